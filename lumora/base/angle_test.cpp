@@ -1,0 +1,79 @@
+#include "lumora/base/angle.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+namespace lumora {
+namespace {
+
+constexpr double kPi = std::numbers::pi;
+
+TEST(Tangle, UnitsConvertBothWays) {
+  struct Row {
+    double value;
+    TangleUnit unit;
+    double radians;
+  };
+  const Row rows[] = {
+      {1.25, TangleUnit::kRadians, 1.25},      {90.0, TangleUnit::kDegrees, kPi / 2},
+      {-180.0, TangleUnit::kDegrees, -kPi},    {60.0, TangleUnit::kMinutes, kPi / 180},
+      {5400.0, TangleUnit::kMinutes, kPi / 2}, {3600.0, TangleUnit::kSeconds, kPi / 180},
+  };
+  for (const Row& r : rows) {
+    const Tangle a(r.value, r.unit, /*wrap=*/false);
+    EXPECT_NEAR(a.radians(), r.radians, 1e-15) << r.value;
+    EXPECT_NEAR(a.valueInUnit(r.unit), r.value, 1e-9) << r.value;
+  }
+  EXPECT_DOUBLE_EQ(Tangle(kPi).degrees(), 180.0);
+  EXPECT_DOUBLE_EQ(Tangle(kPi / 180).valueInUnit(TangleUnit::kSeconds), 3600.0);
+}
+
+TEST(Tangle, WrapLandsInHalfOpenTurn) {
+  const auto wrapDegrees = [](double d) {
+    return Tangle(d, TangleUnit::kDegrees, /*wrap=*/true).degrees();
+  };
+  EXPECT_NEAR(wrapDegrees(270.0), -90.0, 1e-12);
+  EXPECT_NEAR(wrapDegrees(-270.0), 90.0, 1e-12);
+  EXPECT_NEAR(wrapDegrees(720.0 + 45.0), 45.0, 1e-12);
+  // The upper end belongs to the interval, the lower end does not.
+  EXPECT_DOUBLE_EQ(Tangle(kPi, TangleUnit::kRadians, true).radians(), kPi);
+  EXPECT_DOUBLE_EQ(Tangle(-kPi, TangleUnit::kRadians, true).radians(), kPi);
+  EXPECT_DOUBLE_EQ(Tangle(3 * kPi).wrapped().radians(), kPi);
+  // Without wrapping the value is kept as given.
+  EXPECT_NEAR(Tangle(270.0, TangleUnit::kDegrees, false).degrees(), 270.0, 1e-12);
+}
+
+TEST(Tangle, BadInputStoresZero) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(Tangle(nan).radians(), 0.0);
+  EXPECT_EQ(Tangle(-inf).radians(), 0.0);
+  EXPECT_EQ(Tangle(inf, TangleUnit::kDegrees, true).radians(), 0.0);
+  EXPECT_EQ(Tangle(10.0, static_cast<TangleUnit>(9), false).radians(), 0.0);
+  EXPECT_EQ(Tangle(1.0).valueInUnit(static_cast<TangleUnit>(0)), 0.0);
+  EXPECT_EQ((Tangle(1.0) * nan).radians(), 0.0);
+  EXPECT_EQ((Tangle(1e308) + Tangle(1e308)).radians(), 0.0);
+  Tangle a(2.0);
+  a.setDegrees(nan);
+  EXPECT_EQ(a.radians(), 0.0);
+}
+
+TEST(Tangle, ArithmeticAndOrder) {
+  Tangle a = Tangle::sQuarter;
+  EXPECT_DOUBLE_EQ(a.degrees(), 90.0);
+  a += Tangle::sQuarter;
+  EXPECT_DOUBLE_EQ(a.radians(), kPi);
+  a -= Tangle(kPi / 4);
+  EXPECT_DOUBLE_EQ(a.radians(), 0.75 * kPi);
+  EXPECT_DOUBLE_EQ((-a).radians(), -0.75 * kPi);
+  EXPECT_DOUBLE_EQ((2.0 * Tangle::sQuarter - Tangle(kPi)).radians(), 0.0);
+  EXPECT_LT(Tangle(-1.0), Tangle(0.5));
+  EXPECT_GE(Tangle::sQuarter, Tangle(kPi / 2));
+  EXPECT_NE(Tangle(1.0), Tangle(1.0 + 1e-15));
+}
+
+}  // namespace
+}  // namespace lumora

@@ -1,0 +1,274 @@
+#include "lumora/base/array.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "lumora/base/time_arrays.h"
+#include "lumora/base/typed_array.h"
+
+namespace lumora {
+namespace {
+
+std::vector<int> contents(const Tarray& a) {
+  const int* p = static_cast<const int*>(a.data());
+  return std::vector<int>(p, p + a.count());
+}
+
+Tarray intsOf(std::initializer_list<int> values) {
+  Tarray a(sizeof(int));
+  for (int v : values) EXPECT_EQ(a.appendElement(&v), 0);
+  return a;
+}
+
+// Counts reallocations and can refuse capacities above a limit, standing in
+// for an allocator that runs out of memory.
+class TcountingArray : public Tarray {
+ public:
+  explicit TcountingArray(unsigned refuseAbove = kMaxCount)
+      : Tarray(sizeof(int)), fRefuseAbove(refuseAbove) {}
+  unsigned fAllocations = 0;
+  unsigned fRefuseAbove;
+  void corruptCount(unsigned count) { fCount = count; }
+
+ protected:
+  int allocateArray(unsigned capacity) override {
+    if (capacity > fRefuseAbove) return -1;
+    ++fAllocations;
+    return Tarray::allocateArray(capacity);
+  }
+};
+
+TEST(Tarray, AppendsGrowGeometricallyAndKeepContents) {
+  TcountingArray a;
+  for (int i = 0; i < 100000; ++i) ASSERT_EQ(a.appendElement(&i), 0);
+  ASSERT_EQ(a.count(), 100000u);
+  EXPECT_GE(a.capacity(), a.count());
+  EXPECT_LT(a.fAllocations, 40u);
+  const std::vector<int> got = contents(a);
+  for (int i = 0; i < 100000; ++i) ASSERT_EQ(got[i], i);
+}
+
+TEST(Tarray, CreateKeepsLowerElementsAndZeroesNewOnes) {
+  Tarray a = intsOf({7, 8, 9});
+  ASSERT_EQ(a.create(5, 20), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{7, 8, 9, 0, 0}));
+  EXPECT_GE(a.capacity(), 20u);
+  ASSERT_EQ(a.create(1, 0), 0);
+  EXPECT_EQ(contents(a), std::vector<int>{7});
+  ASSERT_EQ(a.changeLogicalSizeTo(3), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{7, 0, 0}));
+}
+
+TEST(Tarray, OversizedRequestsFailAndChangeNothing) {
+  Tarray a = intsOf({1, 2, 3});
+  const int x = 4;
+  const unsigned capacity = a.capacity();
+  EXPECT_NE(a.create(0xFFFFFFFF, 0xFFFFFFFF), 0);
+  EXPECT_NE(a.create(0, a.maxCapacity() + 1), 0);
+  EXPECT_NE(a.changeLogicalSizeTo(0xFFFFFFFF), 0);
+  EXPECT_NE(a.changePhysicalSizeTo(0xFFFFFFFF), 0);
+  EXPECT_NE(a.insertElement(&x, 1, 0xFFFFFFFF), 0);
+  EXPECT_NE(a.createAndInitialise(&x, 0xFFFFFFFE, 2), 0);  // index + count wraps
+  EXPECT_NE(a.copyElements(2, &x, 0xFFFFFFFF), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(a.capacity(), capacity);
+  EXPECT_EQ(a.maxCapacity(), Tarray::kMaxBytes / sizeof(int));
+  EXPECT_NE(Tarray(/*elementSize=*/0).appendElement(&x), 0);
+}
+
+TEST(Tarray, BadIndicesAndNullElementsFail) {
+  Tarray a = intsOf({1, 2, 3});
+  const int x = 9;
+  unsigned index = 77;
+  EXPECT_NE(a.insertElement(&x, 4), 0);
+  EXPECT_NE(a.insertElement(nullptr, 0), 0);
+  EXPECT_NE(a.appendElement(nullptr), 0);
+  EXPECT_NE(a.removeAt(3, 1), 0);
+  EXPECT_NE(a.removeAt(1, 0xFFFFFFFF), 0);  // index + count wraps
+  EXPECT_NE(a.removeAt(4, 0), 0);
+  EXPECT_EQ(a.removeAt(3, 0), 0);
+  EXPECT_NE(a.findElement(nullptr, index), 0);
+  EXPECT_NE(a.findElement(&x, index), 0);
+  EXPECT_EQ(index, 77u);
+  EXPECT_NE(a.removeElement(&x), 0);
+  EXPECT_EQ(a.elementAt(3), nullptr);
+  EXPECT_EQ(contents(a), (std::vector<int>{1, 2, 3}));
+}
+
+TEST(Tarray, RefusedAllocationLeavesArrayUnchanged) {
+  TcountingArray a(/*refuseAbove=*/4);
+  // The geometric jump to 8 slots is refused; growth falls back to the minimum.
+  for (int i = 0; i < 4; ++i) ASSERT_EQ(a.appendElement(&i), 0);
+  const int x = 99;
+  EXPECT_NE(a.appendElement(&x), 0);
+  EXPECT_NE(a.insertElement(&x, 0, 2), 0);
+  EXPECT_NE(a.copyElements(3, &x, 2), 0);
+  EXPECT_NE(a.changeLogicalSizeTo(5), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{0, 1, 2, 3}));
+  EXPECT_EQ(a.capacity(), 4u);
+}
+
+TEST(Tarray, InsertsCopiesAndRunsAtAnyPosition) {
+  Tarray a = intsOf({1, 2, 3});
+  const int x = 5;
+  const int run[] = {6, 7};
+  ASSERT_EQ(a.insertElement(&x, 1, 3), 0);
+  ASSERT_EQ(a.insertElements(run, 0, 2), 0);
+  ASSERT_EQ(a.insertElements(run, a.count(), 1), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{6, 7, 1, 5, 5, 5, 2, 3, 6}));
+}
+
+TEST(Tarray, CreateAndInitialiseAndCopyElementsFillGapsWithZero) {
+  Tarray a = intsOf({1, 2});
+  const int x = 4;
+  ASSERT_EQ(a.createAndInitialise(&x, 1, 2), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{1, 4, 4}));
+  ASSERT_EQ(a.createAndInitialise(&x, 5, 1), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{1, 4, 4, 0, 0, 4}));
+  const int source[] = {8, 9, 10};
+  ASSERT_EQ(a.copyElements(4, source, 3), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{1, 4, 4, 0, 8, 9, 10}));
+  ASSERT_EQ(a.copyElements(0, source, 2), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{8, 9, 4, 0, 8, 9, 10}));
+}
+
+TEST(Tarray, FindAndRemoveUseFirstBytewiseMatch) {
+  Tarray a = intsOf({3, 1, 3, 2});
+  const int three = 3;
+  unsigned index = 0;
+  ASSERT_EQ(a.findElement(&three, index), 0);
+  EXPECT_EQ(index, 0u);
+  ASSERT_EQ(a.removeElement(&three), 0);
+  ASSERT_EQ(a.findElement(&three, index), 0);
+  EXPECT_EQ(index, 1u);
+  ASSERT_EQ(a.removeAt(0, 2), 0);
+  EXPECT_EQ(contents(a), std::vector<int>{2});
+}
+
+TEST(Tarray, ElementsTakenFromItsOwnBlockSurviveGrowth) {
+  Tarray a = intsOf({1, 2, 3});
+  ASSERT_EQ(a.changePhysicalSizeTo(3), 0);
+  ASSERT_EQ(a.appendElement(a.elementAt(0)), 0);           // block moves
+  ASSERT_EQ(a.insertElements(a.data(), 1, a.count()), 0);  // source shifts
+  ASSERT_EQ(a.createAndInitialise(a.elementAt(2), 7, 2), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{1, 1, 2, 3, 1, 2, 3, 2, 2}));
+  ASSERT_EQ(a.appendFrom(a, 1, 2), 0);
+  ASSERT_EQ(a.assignFrom(a, 7, 4), 0);
+  EXPECT_EQ(contents(a), (std::vector<int>{2, 2, 1, 2}));
+}
+
+TEST(Tarray, CopyMoveAndSwapCarryElementsAndSizes) {
+  Tarray a = intsOf({1, 2, 3});
+  Tarray b(a);
+  EXPECT_EQ(b.capacity(), 3u);
+  Tarray c(sizeof(char), 4);
+  c = b;
+  Tarray d(std::move(b));
+  EXPECT_EQ(b.data(), nullptr);
+  Tarray e(sizeof(char));
+  e.swap(d);
+  EXPECT_EQ(d.elementSize(), sizeof(char));
+  for (const Tarray* x : {&c, &e}) {
+    EXPECT_EQ(x->elementSize(), sizeof(int));
+    EXPECT_EQ(contents(*x), (std::vector<int>{1, 2, 3}));
+  }
+  EXPECT_NE(d.assignFrom(a, 0, 1), 0);  // element sizes differ
+  EXPECT_NE(d.appendFrom(a, 0, 1), 0);
+}
+
+TEST(Tarray, CapacityTrimsButNeverBelowTheCount) {
+  Tarray a(sizeof(int), 1000);
+  for (int i = 0; i < 600; ++i) a.appendElement(&i);
+  ASSERT_EQ(a.changePhysicalSizeTo(10), 0);
+  EXPECT_EQ(a.capacity(), 600u);
+  ASSERT_EQ(a.removeAt(10, 580), 0);  // under a quarter in use: shrinks to twice the count
+  EXPECT_EQ(a.capacity(), 40u);
+  EXPECT_EQ(contents(a).back(), 599);
+  ASSERT_EQ(a.resyncAndClean(), 0);
+  EXPECT_EQ(a.capacity(), a.count());
+  ASSERT_EQ(a.changeLogicalSizeTo(0), 0);
+  ASSERT_EQ(a.resyncAndClean(), 0);
+  EXPECT_EQ(a.data(), nullptr);
+}
+
+TEST(Tarray, ValidateReportsAndClampsABadCount) {
+  TcountingArray a;
+  const int x = 1;
+  a.appendElement(&x);
+  EXPECT_EQ(a.validateAndUpdate(), 0);
+  a.corruptCount(a.capacity() + 5);
+  EXPECT_NE(a.validateAndUpdate(), 0);
+  EXPECT_EQ(a.count(), a.capacity());
+  EXPECT_EQ(a.validateAndUpdate(), 0);
+}
+
+TEST(TobjArray, SlotsAreNullAndBadIndicesHitAScratchSlot) {
+  TobjArray a;
+  int target = 0;
+  ASSERT_EQ(a.create(2, 4), 0);
+  ASSERT_EQ(a.addLast(&target), 0);
+  ASSERT_EQ(a.insertElement(1, 2), 0);
+  ASSERT_EQ(a.count(), 5u);
+  EXPECT_EQ(a[4], &target);
+  for (unsigned i = 0; i < 4; ++i) EXPECT_EQ(a[i], nullptr);
+  a[9] = &target;
+  EXPECT_EQ(a[9], nullptr);
+  EXPECT_NE(a.insertElement(6, 1), 0);
+  ASSERT_EQ(a.removeAt(0, 4), 0);
+  EXPECT_EQ(a.data()[0], &target);
+}
+
+// The typed arrays share one behaviour; each is run through it with values
+// made from small integers.
+template <typename A>
+struct TypedArrays : ::testing::Test {};
+using TypedArrayKinds = ::testing::Types<TdoubleArray, TfloatArray, Tint16Array, TuInt8Array,
+                                         TanimTimeArray, TtimeValueArray, TquaternionArray>;
+TYPED_TEST_SUITE(TypedArrays, TypedArrayKinds);
+
+template <typename T>
+T sample(int i) {
+  if constexpr (std::is_same_v<T, TanimTime>) {
+    return TanimTime(i * 100);
+  } else if constexpr (std::is_same_v<T, TtimeValue>) {
+    return TtimeValue(static_cast<float>(i) * 0.5f);
+  } else if constexpr (std::is_same_v<T, Tquaternion>) {
+    return Tquaternion(i, 0, 0, 1);
+  } else {
+    return static_cast<T>(i);
+  }
+}
+
+TYPED_TEST(TypedArrays, AddInsertRemoveAndIndex) {
+  using T = std::remove_cvref_t<decltype(std::declval<TypeParam&>()[0])>;
+  TypeParam a(2);
+  for (int i = 0; i < 50; ++i) ASSERT_EQ(a.addLast(sample<T>(i)), 0);
+  ASSERT_EQ(a.insert(sample<T>(99), 10), 0);
+  ASSERT_EQ(a.remove(0), 0);
+  EXPECT_NE(a.insert(sample<T>(1), 51), 0);
+  EXPECT_NE(a.remove(50), 0);
+  ASSERT_EQ(a.count(), 50u);
+  EXPECT_TRUE(a[9] == sample<T>(99));
+  EXPECT_TRUE(a[0] == sample<T>(1));
+  EXPECT_TRUE(a.last() == sample<T>(49));
+  EXPECT_TRUE(a.data()[10] == sample<T>(10));
+  EXPECT_TRUE(a.valueAt(50) == T{});
+  TypeParam empty;
+  empty.last() = sample<T>(3);  // a scratch value: the write is lost
+  EXPECT_TRUE(empty.last() == T{});
+}
+
+TEST(TquaternionArray, CreatedSlotsAreAllZero) {
+  TquaternionArray a;
+  ASSERT_EQ(a.create(1, 0), 0);
+  EXPECT_TRUE(a[0] == Tquaternion(0, 0, 0, 0));
+  ASSERT_EQ(a.addLast(Tquaternion()), 0);
+  EXPECT_TRUE(a[1] == Tquaternion(0, 0, 0, 1));
+}
+
+}  // namespace
+}  // namespace lumora

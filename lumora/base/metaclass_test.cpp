@@ -1,0 +1,132 @@
+#include "lumora/base/metaclass.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "lumora/base/client_server.h"
+#include "lumora/base/internal/base_module.h"
+#include "lumora/base/preference.h"
+#include "lumora/base/server_msg.h"
+
+namespace lumora {
+namespace {
+
+// A small hierarchy with a second base ahead of the typed one, so that the
+// address of the typed part differs from the address of the whole object.
+Tmetaclass* TshapeTmeta = nullptr;
+Tmetaclass* TcircleTmeta = nullptr;
+
+struct Tpadding {
+  virtual ~Tpadding() = default;
+  double fPad = 0;
+};
+
+class Tshape {
+ public:
+  virtual ~Tshape() = default;
+  virtual Tmetaclass* typeof() const { return TshapeTmeta; }
+  virtual void* cast(Tmetaclass* record) { return record == TshapeTmeta ? this : nullptr; }
+  static Tshape* construct(Tmetaclass* record) {
+    if (record == nullptr || !record->istype(TshapeTmeta)) return nullptr;
+    return static_cast<Tshape*>(record->construct(TshapeTmeta));
+  }
+};
+
+class Tcircle : public Tpadding, public Tshape {
+ public:
+  Tmetaclass* typeof() const override { return TcircleTmeta; }
+  void* cast(Tmetaclass* record) override {
+    if (record == TcircleTmeta) return this;
+    return Tshape::cast(record);
+  }
+};
+
+class ShapeRecords : public ::testing::Test {
+ protected:
+  Tmetaclass fShape{&TshapeTmeta, "Tshape", sizeof(Tshape), &constructInstance<Tshape>, nullptr};
+  Tmetaclass fCircle{&TcircleTmeta, "Tcircle", sizeof(Tcircle), &constructInstance<Tcircle>,
+                     TshapeTmeta};
+};
+
+TEST_F(ShapeRecords, PublishedRecordsKnowTheirAncestry) {
+  EXPECT_EQ(TcircleTmeta, &fCircle);
+  EXPECT_STREQ(fCircle.name(), "Tcircle");
+  EXPECT_EQ(fCircle.parent(), &fShape);
+  EXPECT_TRUE(fCircle.istype(&fCircle));
+  EXPECT_TRUE(fCircle.istype(&fShape));
+  EXPECT_FALSE(fShape.istype(&fCircle));
+  EXPECT_FALSE(fShape.istype(nullptr));
+}
+
+TEST_F(ShapeRecords, ConstructHandsBackTheRequestedPart) {
+  std::unique_ptr<Tshape> shape(Tshape::construct(TcircleTmeta));
+  ASSERT_NE(shape, nullptr);
+  EXPECT_EQ(shape->typeof(), TcircleTmeta);
+  // The pointer must be the Tshape subobject, not the start of the Tcircle.
+  auto* circle = dynamic_cast<Tcircle*>(shape.get());
+  ASSERT_NE(circle, nullptr);
+  EXPECT_EQ(static_cast<Tshape*>(circle), shape.get());
+
+  EXPECT_EQ(Tshape::construct(nullptr), nullptr);
+  Tmetaclass stranger(nullptr, "Tstranger", 8, nullptr, nullptr);
+  EXPECT_EQ(Tshape::construct(&stranger), nullptr);
+  EXPECT_EQ(fShape.construct(&stranger), nullptr);    // made, refused, deleted again
+  EXPECT_EQ(stranger.construct(&stranger), nullptr);  // no construct function
+}
+
+TEST(Tmetaclass, DestructionClearsOnlyItsOwnPublication) {
+  Tmetaclass* exported = nullptr;
+  {
+    Tmetaclass record(&exported, nullptr, 0, nullptr, nullptr);
+    EXPECT_EQ(exported, &record);
+    EXPECT_STREQ(record.name(), "");
+  }
+  EXPECT_EQ(exported, nullptr);
+
+  auto first = std::make_unique<Tmetaclass>(&exported, "A", 0, nullptr, nullptr);
+  Tmetaclass second(&exported, "A", 0, nullptr, nullptr);
+  first.reset();
+  EXPECT_EQ(exported, &second);
+}
+
+TEST(BaseRecords, HierarchyAndConstruction) {
+  startBaseRecords();
+  ASSERT_NE(TserverMsgTmeta, nullptr);
+  EXPECT_EQ(TserverModifiedMsgTmeta->parent(), TserverMsgTmeta);
+  EXPECT_EQ(TserverDeletedMsgTmeta->parent(), TserverMsgTmeta);
+  EXPECT_STREQ(TserverDeletedMsgTmeta->name(), "TserverDeletedMsg");
+  for (Tmetaclass* root :
+       {TserverMsgTmeta, TclientServerTmeta, TclientTmeta, TpreferenceItemTmeta, TbasketTmeta}) {
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(root->parent(), nullptr) << root->name();
+  }
+
+  std::unique_ptr<TserverMsg> msg(TserverMsg::construct(TserverModifiedMsgTmeta));
+  ASSERT_NE(msg, nullptr);
+  EXPECT_EQ(msg->typeof(), TserverModifiedMsgTmeta);
+  EXPECT_EQ(msg->cast(TserverMsgTmeta), msg.get());
+  EXPECT_EQ(msg->cast(TserverDeletedMsgTmeta), nullptr);
+  EXPECT_EQ(TserverModifiedMsg::construct(TserverMsgTmeta), nullptr);
+  EXPECT_EQ(TserverMsg::construct(TclientTmeta), nullptr);
+
+  std::unique_ptr<Tclient> client(Tclient::construct(TclientTmeta));
+  ASSERT_NE(client, nullptr);
+  EXPECT_EQ(client->typeof(), TclientTmeta);
+}
+
+TEST(BaseRecords, StopClearsAndRestartRepublishesAtTheSameAddress) {
+  startBaseRecords();
+  Tmetaclass* const before = TserverModifiedMsgTmeta;
+  stopBaseRecords();
+  EXPECT_EQ(TserverMsgTmeta, nullptr);
+  EXPECT_EQ(TbasketTmeta, nullptr);
+  stopBaseRecords();  // unbalanced: nothing happens
+  startBaseRecords();
+  startBaseRecords();  // already started: nothing happens
+  EXPECT_EQ(TserverModifiedMsgTmeta, before);
+  EXPECT_EQ(TserverModifiedMsgTmeta->parent(), TserverMsgTmeta);
+}
+
+}  // namespace
+}  // namespace lumora

@@ -1,0 +1,260 @@
+// TparamCurve: evaluation inside the keyed range, span methods, weighting.
+//
+// Sampling in time order is the hot path: the cache remembers the last key
+// returned and the span loaded into the segment evaluator, so a sample in the
+// same span as the previous one costs a comparison or two and the
+// evaluator's polynomial.
+#include <cmath>
+#include <limits>
+
+#include "lumora/curve/internal/key_array.h"
+#include "lumora/curve/param_curve.h"
+#include "lumora/curve/segment_evaluator.h"
+
+namespace lumora {
+
+namespace {
+
+// A sample time given as float seconds. Key times are compared in seconds.
+struct TsecondsProbe {
+  const TparamCurve& curve;
+  float t;
+  bool after(const Tkeyframe* key) const { return t > curve.seconds(key); }
+  bool before(const Tkeyframe* key) const { return t < curve.seconds(key); }
+  bool at(const Tkeyframe* key) const { return t == curve.seconds(key); }
+  TtimeValue timeValue() const { return curve.makeTimeValue(t); }
+  double seconds() const { return static_cast<double>(t); }
+};
+
+// A sample time given as a time value: compared with the keys' own times.
+struct TtimeProbe {
+  const TparamCurve& curve;
+  const TtimeValue& t;
+  bool after(const Tkeyframe* key) const { return t > curve.timeValue(key); }
+  bool before(const Tkeyframe* key) const { return t < curve.timeValue(key); }
+  bool at(const Tkeyframe* key) const { return t == curve.timeValue(key); }
+  TtimeValue timeValue() const { return t; }
+  double seconds() const { return static_cast<double>(t.inSeconds()); }
+};
+
+}  // namespace
+
+double TparamCurve::evaluate(float t) {
+  if (std::isnan(t)) return std::numeric_limits<double>::quiet_NaN();
+  if (fRotationInterpolation == kQuaternion) {
+    bool failed = true;
+    const double v = evaluateQuaternionAsEulerComponent(t, &failed);
+    if (!failed) return v;
+  }
+  const unsigned n = keyframeCount();
+  if (fPreInfinity != kConstant && n > 0 && makeTimeValue(t) < timeValue(keyframe(0))) {
+    return evaluateInfinities(t, true);
+  }
+  if (fPostInfinity != kConstant && n > 0 && seconds(keyframe(n - 1)) < t) {
+    return evaluateInfinities(t, false);
+  }
+  if (staticCurve()) return n == 0 ? 0.0 : keyframe(0)->value();
+  return evaluateInside(TsecondsProbe{*this, t});
+}
+
+double TparamCurve::evaluate(const TtimeValue& t) {
+  if (t.isFloat() && std::isnan(t.asFloat())) return std::numeric_limits<double>::quiet_NaN();
+  if (fRotationInterpolation == kQuaternion) {
+    bool failed = true;
+    const double v = evaluateQuaternionAsEulerComponent(t.inSeconds(), &failed);
+    if (!failed) return v;
+  }
+  const unsigned n = keyframeCount();
+  if (fPreInfinity != kConstant && n > 0 && t < timeValue(keyframe(0))) {
+    return evaluateInfinities(t, true);
+  }
+  if (fPostInfinity != kConstant && n > 0 && t > timeValue(keyframe(n - 1))) {
+    return evaluateInfinities(t, false);
+  }
+  if (staticCurve()) return n == 0 ? 0.0 : keyframe(0)->value();
+  return evaluateInside(TtimeProbe{*this, t});
+}
+
+bool TparamCurve::evaluate(unsigned count, const double* times, double* values) {
+  if (count > 0 && (!times || !values)) return false;
+  for (unsigned i = 0; i < count; ++i) values[i] = evaluate(static_cast<float>(times[i]));
+  return true;
+}
+
+template <typename Probe>
+double TparamCurve::evaluateInside(const Probe& probe) {
+  const unsigned n = keyframeCount();
+  if (n == 0) return 0.0;
+
+  // Try the cached key first: the sample is usually in its span or the next.
+  const unsigned k = fCachedIndex;
+  if (fCachedKey && k + 1 < n && probe.after(fCachedKey)) {
+    Tkeyframe* next = keyframe(k + 1);
+    if (probe.at(next)) {
+      fCachedKey = next;
+      fCachedIndex = k + 1;
+      return next->value();
+    }
+    if (probe.before(next)) return evaluateSpan(k + 1, probe.seconds());
+  } else if (fCachedKey && k > 0 && probe.before(fCachedKey)) {
+    Tkeyframe* prev = keyframe(k - 1);
+    if (probe.after(prev)) return evaluateSpan(k, probe.seconds());
+    if (probe.at(prev)) {
+      fCachedKey = prev;
+      fCachedIndex = k - 1;
+      return prev->value();
+    }
+  }
+
+  unsigned idx = 0;
+  const bool found = find(probe.timeValue(), idx);
+  if (!found && idx >= n) {
+    // After the last key with a constant post infinity. Pointing the cache at
+    // key 0 here is deliberate: the next sample restarts from the beginning.
+    fCachedKey = keyframe(0);
+    fCachedIndex = 0;
+    return keyframe(n - 1)->value();
+  }
+  if (!found && idx > 0) return evaluateSpan(idx, probe.seconds());
+  fCachedIndex = idx;
+  fCachedKey = keyframe(idx);
+  return fCachedKey ? fCachedKey->value() : 0.0;
+}
+
+double TparamCurve::evaluateSpan(unsigned end, double t) {
+  const Tkeyframe* a = keyframe(end - 1);
+  const Tkeyframe* b = keyframe(end);
+  if (!a || !b) return a ? a->value() : 0.0;
+  switch (a->interpMethod()) {
+    case Tkeyframe::kSpanLinear: {
+      const double t0 = seconds(a);
+      const double t1 = seconds(b);
+      if (t0 == t1) return a->value();
+      return a->value() + (t - t0) / (t1 - t0) * (b->value() - a->value());
+    }
+    case Tkeyframe::kSpanStep:
+      return a->value();
+    case Tkeyframe::kSpanCurve:
+    default:
+      if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
+      return fSegmentEvaluator->evaluate(t);
+  }
+}
+
+void TparamCurve::setInterpolationInterval(unsigned i) {
+  fCachedIndex = i;
+  if (static_cast<std::int32_t>(i) == fCachedInterval) {
+    fCachedKey = keyframe(i);
+    return;
+  }
+  Tkeyframe* a = keyframe(i);
+  Tkeyframe* b = keyframe(i + 1);
+  fCachedKey = a;
+  if (!a || !b || !fSegmentEvaluator) return;
+
+  constexpr double kThird = 0.3333333333333333;
+  float ox = 0.0f, oy = 0.0f, ix = 0.0f, iy = 0.0f;
+  a->getTanOut(ox, oy);
+  b->getTanIn(ix, iy);
+  const double t0 = seconds(a);
+  const double y0 = a->value();
+  const double t3 = seconds(b);
+  const double y3 = b->value();
+  double x1 = t0 + ox * kThird;
+  double y1 = y0 + oy * kThird;
+  double x2 = t3 - ix * kThird;
+  double y2 = y3 - iy * kThird;
+  fSegmentEvaluator->setSegment(t0, y0, x1, y1, x2, y2, t3, y3, /*keepFirst=*/true);
+  fCachedInterval = static_cast<std::int32_t>(i);
+}
+
+void TparamCurve::setSpanInterpMethod(unsigned i) {
+  Tkeyframe* a = keyframe(i);
+  if (!a) return;
+  Tkeyframe* next = keyframe(i + 1);
+  if (a->tanOutType() == kTangentLinear && next && next->tanInType() == kTangentLinear) {
+    a->setInterpMethod(Tkeyframe::kSpanLinear);
+  } else if (a->tanOutType() == kTangentStep || a->interpMethod() != Tkeyframe::kSpanCurve) {
+    // Step is implied by the out type, so only the linear bit is ever stored.
+    a->setInterpMethod(Tkeyframe::kSpanCurve);
+  }
+  if (i == 0) return;
+  Tkeyframe* prev = keyframe(i - 1);
+  if (!prev) return;
+  if (a->tanInType() != kTangentLinear) {
+    if (prev->tanOutType() != kTangentStep) prev->setInterpMethod(Tkeyframe::kSpanCurve);
+  } else if (prev->tanOutType() == kTangentLinear) {
+    prev->setInterpMethod(Tkeyframe::kSpanLinear);
+  }
+}
+
+double TparamCurve::evaluateQuaternionAsEulerComponent(float /*t*/, bool* failed) {
+  // Quaternion interpolation of sibling rotation curves arrives with the
+  // rotation-interpolation work; until then every curve evaluates its own
+  // keys, which is what an Euler rotation curve does.
+  if (failed) *failed = true;
+  return 0.0;
+}
+
+// --- Weighting ------------------------------------------------------------------------------
+
+void TparamCurve::setIsWeighted(bool weighted) {
+  if (isWeighted() == weighted) return;
+  if (!beginChange()) return;
+  recordWeightedDelta();
+  fCurveFlags.setBit(kFlagWeighted, weighted);
+  if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(-1);
+  delete fSegmentEvaluator;
+  fSegmentEvaluator = makeEvaluator(weighted);
+  invalidateCache(-1);
+  adaptFixedTangentsForWeighting(weighted);
+  const unsigned n = physicalCount();
+  for (unsigned i = 0; i < n; ++i) notifyClientsOfChange(keyframe(i), 4);
+  endChange(true);
+}
+
+void TparamCurve::adaptFixedTangentsForWeighting(bool weighted) {
+  const unsigned n = physicalCount();
+  for (unsigned i = 0; i < n; ++i) {
+    Tkeyframe* key = keyframe(i);
+    const Tkeyframe* prev = i > 0 ? keyframe(i - 1) : nullptr;
+    const Tkeyframe* next = keyframe(i + 1);
+    // The span each side reaches into; a lone side borrows its partner's.
+    double spanIn = prev ? seconds(key) - seconds(prev) : 0.0;
+    double spanOut = next ? seconds(next) - seconds(key) : 0.0;
+    if (spanIn <= 0.0) spanIn = spanOut > 0.0 ? spanOut : 1.0;
+    if (spanOut <= 0.0) spanOut = spanIn;
+
+    const auto adapt = [&](float& x, float& y, double span) {
+      if (!weighted) return;  // the new evaluator normalises to a direction
+      // Direction kept; the handle reaches a third into the span, where a
+      // weighted segment matches the non-weighted shape exactly.
+      const double len = std::sqrt(static_cast<double>(x) * x + static_cast<double>(y) * y);
+      if (len == 0.0) return;
+      if (x > 1e-5f) {
+        const double slope = static_cast<double>(y) / x;
+        x = static_cast<float>(span);
+        y = static_cast<float>(slope * span);
+      } else {
+        x = 0.0f;
+        y = static_cast<float>((y >= 0.0f ? 1.0 : -1.0) * span);
+      }
+    };
+    float x = 0.0f, y = 0.0f;
+    if (key->tanInType() == kTangentFixed) {
+      key->getTanIn(x, y);
+      adapt(x, y, spanIn);
+      fSegmentEvaluator->setTanIn(key, x, y);
+    }
+    if (key->tanOutType() == kTangentFixed) {
+      key->getTanOut(x, y);
+      adapt(x, y, spanOut);
+      fSegmentEvaluator->setTanOut(key, x, y);
+    }
+  }
+  // Automatic tangents are stored differently in the two forms.
+  if (n > 0) modifySmoothTangents(0, n - 1);
+  invalidateCache(-1);
+}
+
+}  // namespace lumora

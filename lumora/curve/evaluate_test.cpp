@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "lumora/curve/param_curve.h"
+#include "lumora/curve/param_curve_test_support.h"
+
+namespace lumora {
+namespace {
+
+// A key with explicit tangents, inserted without tangent computation.
+Tkeyframe* key(TparamCurve& c, float t, double v, float inX, float inY, float outX, float outY,
+               TtangentType in = kTangentFixed, TtangentType out = kTangentFixed) {
+  auto* k = new Tkeyframe(c.makeTimeValue(t), v, in, out);
+  k->setTanIn(inX, inY);
+  k->setTanOut(outX, outY);
+  EXPECT_GE(TparamCurveTestAccess::arrayInsert(c, k), 0);
+  c.setStaticCurve(false);
+  return k;
+}
+
+TEST(TparamCurveEvaluate, FlatTwoKeySegment) {
+  for (bool ticks : {false, true}) {
+    TparamCurve c(!ticks);
+    c.setIsWeighted(false);
+    key(c, 0.0f, 0.0, 1, 0, 1, 0);
+    key(c, 2.0f, 10.0, 1, 0, 1, 0);
+    EXPECT_EQ(c.evaluate(0.0f), 0.0);
+    EXPECT_EQ(c.evaluate(2.0f), 10.0);
+    EXPECT_NEAR(c.evaluate(1.0f), 5.0, 1e-9);
+    EXPECT_NEAR(c.evaluate(TtimeValue(1.0f)), 5.0, 1e-9);
+  }
+}
+
+TEST(TparamCurveEvaluate, WeightedHandlesAtOneThirdMatchNonWeighted) {
+  TparamCurve plain(true), weighted(true);
+  plain.setIsWeighted(false);
+  weighted.setIsWeighted(true);
+  const float s0 = 2.0f, s1 = -1.5f;  // slopes
+  key(plain, 0.0f, 1.0, 1, s0, 1, s0);
+  key(plain, 3.0f, 4.0, 1, s1, 1, s1);
+  key(weighted, 0.0f, 1.0, 3, 3 * s0, 3, 3 * s0);
+  key(weighted, 3.0f, 4.0, 3, 3 * s1, 3, 3 * s1);
+  for (int i = 0; i <= 300; ++i) {
+    const float t = 0.01f * static_cast<float>(i);
+    EXPECT_NEAR(plain.evaluate(t), weighted.evaluate(t), 1e-9) << t;
+  }
+}
+
+TEST(TparamCurveEvaluate, KeyTimesReturnKeyValuesWithoutLoadingASegment) {
+  TparamCurve c(true);
+  key(c, 0.0f, 1.0, 1, 0, 1, 0);
+  key(c, 1.0f, 2.0, 1, 0, 1, 0);
+  key(c, 2.0f, 3.0, 1, 0, 1, 0);
+  EXPECT_EQ(c.evaluate(1.0f), 2.0);
+  EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), -1);
+  EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 1u);
+  EXPECT_EQ(c.evaluate(2.0f), 3.0);  // the next key, found from the cache
+  EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 2u);
+  EXPECT_EQ(c.evaluate(1.0f), 2.0);  // the previous key
+  EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 1u);
+  EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), -1);
+}
+
+TEST(TparamCurveEvaluate, StepAndLinearSpans) {
+  TparamCurve c(true);
+  key(c, 0.0f, 1.0, 1, 0, 0, 0, kTangentFixed, kTangentStep);
+  Tkeyframe* mid = key(c, 1.0f, 3.0, 1, 0, 1, 0, kTangentFixed, kTangentLinear);
+  key(c, 3.0f, 7.0, 1, 0, 1, 0, kTangentLinear, kTangentFixed);
+  TparamCurveTestAccess::setSpanInterpMethod(c, 2);
+  EXPECT_EQ(mid->interpMethod(), Tkeyframe::kSpanLinear);
+  EXPECT_EQ(c.evaluate(0.999f), 1.0);
+  EXPECT_EQ(c.evaluate(0.25f), 1.0);
+  EXPECT_DOUBLE_EQ(c.evaluate(2.0f), 5.0);
+  EXPECT_DOUBLE_EQ(c.evaluate(1.5f), 4.0);
+  // Breaking the linear pair turns the span back into a curve span.
+  c.keyframe(2)->setTanInType(kTangentFlat);
+  TparamCurveTestAccess::setSpanInterpMethod(c, 2);
+  EXPECT_EQ(mid->interpMethod(), Tkeyframe::kSpanCurve);
+}
+
+TEST(TparamCurveEvaluate, ConstantInfinitiesAndTheCacheAfterTheEnd) {
+  TparamCurve c(true);
+  key(c, 1.0f, 2.0, 1, 0, 1, 0);
+  key(c, 2.0f, 5.0, 1, 0, 1, 0);
+  EXPECT_EQ(c.evaluate(-10.0f), 2.0);
+  EXPECT_EQ(c.evaluate(1.5f), 3.5);
+  EXPECT_EQ(c.evaluate(10.0f), 5.0);
+  EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 0u);
+  EXPECT_EQ(TparamCurveTestAccess::cachedKey(c), c.keyframe(0));
+}
+
+TEST(TparamCurveEvaluate, NanTimeLeavesTheCacheAlone) {
+  TparamCurve c(true);
+  key(c, 0.0f, 0.0, 1, 0, 1, 0);
+  key(c, 1.0f, 1.0, 1, 0, 1, 0);
+  c.evaluate(0.5f);
+  const int interval = TparamCurveTestAccess::cachedInterval(c);
+  EXPECT_TRUE(std::isnan(c.evaluate(std::nanf(""))));
+  EXPECT_TRUE(std::isnan(c.evaluate(TtimeValue(std::nanf("")))));
+  EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), interval);
+}
+
+TEST(TparamCurveEvaluate, CacheWalkAgreesWithFreshEvaluation) {
+  // Sampling forward, backward and at random must give exactly what a curve
+  // with an empty cache gives, for every span kind.
+  TparamCurve c(false);
+  float t = 0.0f;
+  for (int i = 0; i < 40; ++i) {
+    const TtangentType out = i % 7 == 3 ? kTangentStep : kTangentFixed;
+    key(c, t, std::sin(i * 0.7) * 10.0, 1, static_cast<float>(i % 5) - 2.0f, 1,
+        static_cast<float>(i % 3) - 1.0f, kTangentFixed, out);
+    t += 0.25f + 0.125f * static_cast<float>(i % 4);
+  }
+  std::vector<float> times;
+  for (int i = -20; i < 1000; ++i) times.push_back(static_cast<float>(i) * 0.0173f);
+  std::vector<double> expected;
+  for (float s : times) {
+    TparamCurve fresh(c);
+    expected.push_back(fresh.evaluate(s));
+  }
+  for (std::size_t i = 0; i < times.size(); ++i) EXPECT_EQ(c.evaluate(times[i]), expected[i]);
+  for (std::size_t i = times.size(); i-- > 0;) EXPECT_EQ(c.evaluate(times[i]), expected[i]);
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    const std::size_t j = (i * 7919) % times.size();
+    EXPECT_EQ(c.evaluate(times[j]), expected[j]);
+  }
+  std::vector<double> secs(times.begin(), times.end());
+  std::vector<double> batch(times.size());
+  ASSERT_TRUE(c.evaluate(static_cast<unsigned>(secs.size()), secs.data(), batch.data()));
+  EXPECT_EQ(batch, expected);
+  EXPECT_FALSE(c.evaluate(3, nullptr, batch.data()));
+}
+
+TEST(TparamCurveEvaluate, StaticCurveReturnsTheFirstValue) {
+  TparamCurve c(true);
+  key(c, 0.0f, 4.0, 1, 1, 1, 1);
+  key(c, 1.0f, 9.0, 1, 1, 1, 1);
+  c.setStaticCurve(true);
+  EXPECT_EQ(c.evaluate(0.5f), 4.0);
+}
+
+}  // namespace
+}  // namespace lumora

@@ -1,0 +1,454 @@
+// TparamCurve: construction, flags, key storage and lookup.
+#include "lumora/curve/param_curve.h"
+
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+
+#include "lumora/base/debug_output.h"
+#include "lumora/base/metaclass.h"
+#include "lumora/base/preference.h"
+#include "lumora/curve/bezier_segment_evaluator.h"
+#include "lumora/curve/hermite_segment_evaluator.h"
+#include "lumora/curve/internal/key_array.h"
+#include "lumora/notify/internal/notify_module.h"
+#include "lumora/notify/msg_depot.h"
+#include "lumora/prefs/pref_keyframe.h"
+
+namespace lumora {
+
+TtimeValue TparamCurve::fsTimeValue;
+
+namespace {
+
+const TprefKeyframe* keyframePreference() {
+  TpreferenceItem* item = nullptr;
+  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item) || !item) {
+    return nullptr;
+  }
+  if (!item->typeof() || !item->typeof()->istype(TprefKeyframeTmeta)) return nullptr;
+  return static_cast<const TprefKeyframe*>(item);
+}
+
+}  // namespace
+
+// --- Construction ------------------------------------------------------------------
+
+TparamCurve::TparamCurve(bool isFloat) {
+  fCurveFlags.setBit(kFlagWeighted, true);
+  fCurveFlags.setBit(kFlagQuaternionCache, false);
+  if (const TprefKeyframe* pref = keyframePreference()) {
+    fCurveFlags.setBit(kFlagWeighted, pref->weightedTangents());
+  }
+  if (isFloat) {
+    fFloatKeys = new TkeyArray(/*ticks=*/false);
+  } else {
+    fTickKeys = new TkeyArray(/*ticks=*/true);
+  }
+  fSegmentEvaluator = makeEvaluator(isWeighted());
+  setStaticCurve(true);
+}
+
+TparamCurve::TparamCurve(const TparamCurve& other) : TdeltaUser(), TclientServer() {
+  copyFrom(other);
+}
+
+TparamCurve& TparamCurve::operator=(const TparamCurve& other) {
+  if (this == &other) return *this;
+  // Handles registered on this curve must stop trusting the keys that go.
+  const unsigned n = physicalCount();
+  for (unsigned i = 0; i < n; ++i) sendAddDeleteMessage(keyArray()->at(i), false);
+  removeAllKeys(/*recreate=*/false, /*deleteKeys=*/true);
+  delete fFloatKeys;
+  delete fTickKeys;
+  fFloatKeys = fTickKeys = nullptr;
+  delete fSegmentEvaluator;
+  fSegmentEvaluator = nullptr;
+  copyFrom(other);
+  return *this;
+}
+
+void TparamCurve::copyFrom(const TparamCurve& other) {
+  fRotationInterpolation = other.fRotationInterpolation;
+  fPreInfinity = other.fPreInfinity;
+  fPostInfinity = other.fPostInfinity;
+  fCurveFlags = other.fCurveFlags;
+  fCurveFlags.setBit(kFlagQuaternionCache, false);
+  fCurveFlags.setBit(kFlagBlockAdd, false);
+  if (other.isFloat()) {
+    fFloatKeys = new TkeyArray(/*ticks=*/false);
+  } else {
+    fTickKeys = new TkeyArray(/*ticks=*/true);
+  }
+  fSegmentEvaluator = makeEvaluator(isWeighted());
+  const TkeyArray* source = other.keyArray();
+  if (source) {
+    keyArray()->changePhysicalSizeTo(source->count());
+    for (unsigned i = 0; i < source->count(); ++i) {
+      auto* copy = new Tkeyframe(*source->at(i));
+      if (keyArray()->appendKey(copy) != 0) delete copy;
+    }
+  }
+  invalidateCache(-1);
+}
+
+TparamCurve::~TparamCurve() {
+  // A curve destroyed while messages are delayed must not be reported later.
+  if (TparamCurveMsgDepot* depot = internal::msgDepot()) depot->removeChangedCurve(this);
+  removeAllKeys(/*recreate=*/false, /*deleteKeys=*/true);
+  delete fSegmentEvaluator;
+  fSegmentEvaluator = nullptr;
+}
+
+TsegmentEvaluator* TparamCurve::makeEvaluator(bool weighted) const {
+  const bool floatTimes = fFloatKeys != nullptr;
+  if (weighted) return new TbezierSegmentEvaluator(floatTimes);
+  return new ThermiteSegmentEvaluator(floatTimes);
+}
+
+void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
+  TkeyArray* array = keyArray();
+  const bool ticks = fTickKeys != nullptr;
+  if (array && deleteKeys) {
+    for (unsigned i = 0; i < array->count(); ++i) {
+      Tkeyframe* key = array->at(i);
+      notifyClientsOfChange(key, 1);
+      delete key;
+    }
+  }
+  delete array;
+  fFloatKeys = fTickKeys = nullptr;
+  if (recreate && array) {
+    (ticks ? fTickKeys : fFloatKeys) = new TkeyArray(ticks);
+  }
+  setStaticCurve(true);
+  invalidateCache(-1);
+  if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(-1);
+}
+
+// --- Rotation interpolation and siblings --------------------------------------------
+
+bool TparamCurve::getSiblingRotationCurves(TparamCurve** x, TparamCurve** y, TparamCurve** z,
+                                           bool create) const {
+  if (fTdnCurve && fSiblingCurvesCallback) {
+    return fSiblingCurvesCallback(fTdnCurve, x, y, z, create);
+  }
+  if (x) *x = const_cast<TparamCurve*>(this);
+  if (y) *y = nullptr;
+  if (z) *z = nullptr;
+  return false;
+}
+
+void TparamCurve::setCachedSiblingCurves(TparamCurve* x, TparamCurve* y, TparamCurve* z) {
+  fSiblingX = x;
+  fSiblingY = y;
+  fSiblingZ = z;
+}
+
+void TparamCurve::getCachedSiblingCurves(TparamCurve*& x, TparamCurve*& y,
+                                         TparamCurve*& z) const {
+  x = fSiblingX;
+  y = fSiblingY;
+  z = fSiblingZ;
+}
+
+void TparamCurve::dirtyQuaternionEulerCache(int /*index*/) {
+  // The quaternion-Euler cache is rebuilt lazily by rotation evaluation; any
+  // change invalidates it as a whole.
+  fCurveFlags.setBit(kFlagQuaternionCache, false);
+}
+
+// --- Key access ------------------------------------------------------------------------
+
+unsigned TparamCurve::physicalCount() const {
+  const TkeyArray* array = keyArray();
+  return array ? array->count() : 0;
+}
+
+Tkeyframe* TparamCurve::keyframe(unsigned i) const {
+  const TkeyArray* array = keyArray();
+  return array ? array->at(i) : nullptr;
+}
+
+unsigned TparamCurve::keyframeCount() const {
+  const TkeyArray* array = keyArray();
+  if (!array) return 0;
+  if (!deferredDeletion()) return array->count();
+  unsigned live = 0;
+  for (unsigned i = 0; i < array->count(); ++i) {
+    const Tkeyframe* key = array->at(i);
+    if (key && !key->toBeDeleted()) ++live;
+  }
+  return live;
+}
+
+TtimeValue TparamCurve::timeValue(const Tkeyframe* key) const {
+  if (!key) return {};
+  if (fTickKeys) return TtimeValue(key->timeAsAnimTime());
+  if (fFloatKeys) return TtimeValue(key->timeAsFloat());
+  return {};
+}
+
+TtimeValue& TparamCurve::timeValueRef(const Tkeyframe* key) const {
+  static TtimeValue scratch;
+  scratch = timeValue(key);
+  return scratch;
+}
+
+float TparamCurve::seconds(const Tkeyframe* key) const {
+  if (!key) return 0.0f;
+  if (fTickKeys) return static_cast<float>(key->timeAsTicks()) * TanimTime::kSecondsPerTick;
+  return key->timeAsFloat();
+}
+
+TanimTime TparamCurve::animTime(const Tkeyframe* key) const {
+  if (key && fTickKeys) return key->timeAsAnimTime();
+  TanimTime t;
+  t.setValue(key ? key->timeAsFloat() : 0.0, TtimeUnitSystem::kSeconds);
+  return t;
+}
+
+TtimeValue TparamCurve::makeTimeValue(float secs) const {
+  if (fFloatKeys) return TtimeValue(secs);
+  if (fTickKeys) {
+    TanimTime t;
+    t.setValue(secs, TtimeUnitSystem::kSeconds);
+    return TtimeValue(t);
+  }
+  return {};
+}
+
+TtimeValue TparamCurve::minTimeValue() const {
+  if (fTickKeys) return TtimeValue(TanimTime::minTime);
+  if (fFloatKeys) return TtimeValue(-FLT_MAX);
+  return {};
+}
+
+TtimeValue TparamCurve::maxTimeValue() const {
+  if (fTickKeys) return TtimeValue(TanimTime::maxTime);
+  if (fFloatKeys) return TtimeValue(FLT_MAX);
+  return {};
+}
+
+// --- Lookup ------------------------------------------------------------------------------
+
+bool TparamCurve::find(const TtimeValue& t, unsigned& index) const {
+  const TkeyArray* array = keyArray();
+  index = 0;
+  if (!array || array->count() == 0) return false;
+  Tkeyframe* const* keys = array->keys();
+  std::int64_t low = 0;
+  std::int64_t high = static_cast<std::int64_t>(array->count()) - 1;
+  if (fTickKeys) {
+    const std::int32_t probe = t.asAnimTime().inTicks();
+    while (low <= high) {
+      const std::int64_t mid = (low + high) >> 1;
+      const std::int32_t ticks = keys[mid]->timeAsTicks();
+      if (probe < ticks) {
+        high = mid - 1;
+      } else if (probe > ticks) {
+        low = mid + 1;
+      } else {
+        index = static_cast<unsigned>(mid);
+        return true;
+      }
+    }
+  } else {
+    const float probe = t.inSeconds();
+    if (std::isnan(probe)) return false;
+    while (low <= high) {
+      const std::int64_t mid = (low + high) >> 1;
+      const float time = keys[mid]->timeAsFloat();
+      if (probe < time - Tkeyframe::kTimeTolerance) {
+        high = mid - 1;
+      } else if (probe > time + Tkeyframe::kTimeTolerance) {
+        low = mid + 1;
+      } else {
+        index = static_cast<unsigned>(mid);
+        return true;
+      }
+    }
+  }
+  index = static_cast<unsigned>(low);
+  return false;
+}
+
+bool TparamCurve::incrementalFind(const TtimeValue& t, unsigned& index, bool forward) const {
+  if (index != kInvalidIndex) {
+    const unsigned n = physicalCount();
+    if (forward && n > 0 && index < n - 1 && t == timeValue(index + 1)) {
+      index = index + 1;
+    } else if (!forward && index > 0 && index < n + 1 && t == timeValue(index - 1)) {
+      index = index - 1;
+    } else {
+      index = kInvalidIndex;
+    }
+  }
+  if (index != kInvalidIndex) return true;
+  return find(t, index);
+}
+
+Tkeyframe* TparamCurve::seekKey(unsigned& index, int direction) const {
+  if (!deferredDeletion()) {
+    if (direction == 0) return keyframe(index);
+    if (direction < 0 && index > 0) {
+      index = index - 1;
+      return keyframe(index);
+    }
+    if (direction <= 1) return nullptr;
+    index = index + 1;
+    return keyframe(index);
+  }
+
+  const unsigned n = keyframeCount();
+  if (n == 0) return nullptr;
+  const auto live = [](const Tkeyframe* k) { return k && !k->toBeDeleted(); };
+  if (direction == 0) {
+    if (index >= n) return nullptr;
+    unsigned seen = 0;
+    for (unsigned i = 0; i < physicalCount(); ++i) {
+      Tkeyframe* key = keyframe(i);
+      if (!live(key)) continue;
+      if (seen == index) {
+        index = i;
+        return key;
+      }
+      ++seen;
+    }
+    return nullptr;
+  }
+  if (direction > 0) {
+    if (index >= n - 1) return nullptr;
+    while (index < n - 1) {
+      ++index;
+      Tkeyframe* key = keyframe(index);
+      if (live(key)) return key;
+    }
+    return nullptr;
+  }
+  if (index == 0) return nullptr;
+  while (index > 0) {
+    --index;
+    Tkeyframe* key = keyframe(index);
+    if (live(key)) return key;
+  }
+  return nullptr;
+}
+
+// --- Direct key changes ----------------------------------------------------------------
+
+void TparamCurve::setValue(unsigned i, double v) {
+  Tkeyframe* key = keyframe(i);
+  if (!key || std::isnan(v) || key->value() == v) return;
+  if (!beginChange()) return;
+  key->setValue(v);
+  if (staticCurve()) checkStaticValueCondition(i);
+  invalidateCache(static_cast<int>(i));
+  notifyClientsOfChange(key, 2);
+  endChange(true);
+}
+
+void TparamCurve::setValue(unsigned i, double v, float w) {
+  Tkeyframe* key = keyframe(i);
+  if (!key || std::isnan(v) || std::isnan(w)) return;
+  if (key->value() == v && key->quaternionW() == w) return;
+  if (!beginChange()) return;
+  key->setValue(v);
+  key->setQuaternionW(w);
+  if (staticCurve()) checkStaticValueCondition(i);
+  invalidateCache(static_cast<int>(i));
+  notifyClientsOfChange(key, 2);
+  endChange(true);
+}
+
+bool TparamCurve::setTime(unsigned i, const TtimeValue& t) {
+  Tkeyframe* key = keyframe(i);
+  if (!key) return false;
+  if (t.isFloat() && !std::isfinite(t.asFloat())) return false;
+  if (timeValue(key) == t) return true;
+  if (!beginChange()) return false;
+  const bool sameKind = (t.isAnimTime() && fTickKeys) || (t.isFloat() && fFloatKeys);
+  if (!sameKind) {
+    endChange(false);
+    return false;
+  }
+  key->setTime(t);
+  const bool ordered = keyArray()->keyOrderValid(i);
+  invalidateCache(static_cast<int>(i));
+  notifyClientsOfChange(key, 2);
+  endChange(true);
+  return ordered;
+}
+
+void TparamCurve::noUpdate(TtimeUnitSystem from, TtimeUnitSystem to) {
+  if (!fTickKeys || from == to) return;
+  TanimTime oneFrom;
+  TanimTime oneTo;
+  oneFrom.setValue(1.0, from);
+  oneTo.setValue(1.0, to);
+  if (oneFrom.inTicks() == 0) return;
+  const double ratio = static_cast<double>(oneTo.inTicks()) / oneFrom.inTicks();
+  const unsigned n = physicalCount();
+  const auto rescale = [&](unsigned i) {
+    Tkeyframe* key = keyframe(i);
+    if (key) {
+      key->setTime(TanimTime(static_cast<std::int32_t>(std::trunc(key->timeAsTicks() * ratio))));
+    }
+  };
+  // Shrinking walks forward and growing walks backward, so a key never passes
+  // over a neighbour that has not been rescaled yet.
+  if (ratio <= 1.0) {
+    for (unsigned i = 0; i < n; ++i) rescale(i);
+  } else {
+    for (unsigned i = n; i-- > 0;) rescale(i);
+  }
+  invalidateCache(-1);
+}
+
+void TparamCurve::invalidateCache(int index) {
+  fCachedInterval = -1;
+  fCachedKey = nullptr;
+  fCachedIndex = 0;
+  if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(index);
+}
+
+int TparamCurve::arrayInsert(Tkeyframe* key, unsigned hint) {
+  TkeyArray* array = keyArray();
+  if (!array || !key) return -1;
+  // Appending in time order is the common case when loading; it needs no search.
+  if (hint == array->count() && array->appendKey(key) == 0) {
+    return static_cast<int>(array->count() - 1);
+  }
+  unsigned index = 0;
+  if (array->insertKey(key, index) != 0) return -1;
+  return static_cast<int>(index);
+}
+
+void TparamCurve::setTanIn(unsigned i, float x, float y) {
+  if (Tkeyframe* key = keyframe(i)) key->setTanIn(x, y);
+  invalidateCache(static_cast<int>(i));
+}
+
+void TparamCurve::setTanOut(unsigned i, float x, float y) {
+  if (Tkeyframe* key = keyframe(i)) key->setTanOut(x, y);
+  invalidateCache(static_cast<int>(i));
+}
+
+// --- Diagnostics -------------------------------------------------------------------------------
+
+void TparamCurve::debugOutput(TdebugOutput& out) const {
+  const unsigned n = keyframeCount();
+  out.print("Param Curve %#lx : %d %s keys",
+            static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(this)), static_cast<int>(n),
+            isFloat() ? "float" : "animTime");
+  for (unsigned i = 0; i < n; ++i) {
+    const Tkeyframe* key = keyframe(i);
+    const double time = isFloat() ? static_cast<double>(seconds(key))
+                                  : animTime(key).valueInThisUnit(TtimeUnitSystem::kTicks);
+    out.print("index: %d\t time: %f\t value: %f\n", static_cast<int>(i), time,
+              key ? key->value() : 0.0);
+  }
+  out.close();
+}
+
+}  // namespace lumora

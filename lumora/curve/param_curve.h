@@ -1,0 +1,402 @@
+// TparamCurve: an animation curve of one scalar channel over time.
+//
+// A curve is a time-sorted array of keys (Tkeyframe) with pre- and
+// post-infinity behaviour, an owned segment evaluator and a small evaluation
+// cache. It is observable (clients hear of every change, see
+// "lumora/notify/param_curve_msgs.h") and records undo deltas while it is in
+// modification (see "lumora/notify/delta.h").
+//
+//   TparamCurve curve(/*isFloat=*/true);
+//   curve.add(Tkeyframe(0.0f, 0.0, kTangentFlat, kTangentFlat));
+//   curve.add(Tkeyframe(1.0f, 10.0, kTangentFlat, kTangentFlat));
+//   double v = curve.evaluate(0.5f);   // 5.0
+//
+// Things that surprise people:
+//  * A curve is a float curve (key times are float seconds, compared with a
+//    tolerance of 1e-5 s) or a tick curve (integer ticks, 6000 per second,
+//    compared exactly). The choice is made at construction and never changes;
+//    the default constructor makes a tick curve.
+//  * Indices out of range are not errors: they give null keys, zero values or
+//    no action. The invalid index is 0xFFFFFFFF.
+//  * Evaluation writes the cache and the evaluator, so a curve must not be
+//    evaluated from two threads at once. Nothing here is thread-safe.
+//  * Every edit runs inside a change scope. For procedural and reference
+//    curves the global helpers must approve it first; a refused edit returns
+//    its failure value and leaves the curve untouched.
+//  * timeValueRef-style accessors and fsTimeValue are single process-wide
+//    scratch values: copy what they return before the next call.
+//
+// The class is defined across the folders that own each capability:
+// curve/ (storage, lookup, evaluation, infinities, debug print), edit/
+// (tangents, adding and removing keys), notify/ (change scopes and messages).
+#pragma once
+
+#include <cstdint>
+
+#include "lumora/base/client_server.h"
+#include "lumora/base/export.h"
+#include "lumora/base/ptr_array.h"
+#include "lumora/base/time_value.h"
+#include "lumora/keys/keyframe.h"
+#include "lumora/keys/tangent_type.h"
+#include "lumora/notify/delta.h"
+#include "lumora/select/pick_key.h"
+
+namespace lumora {
+
+class Tangle;
+class TanimTimeArray;
+class TdebugOutput;
+class TdoubleArray;
+class Tint16Array;
+class TkeyArray;
+class TkeyframeHandle;
+class TkeyframeHandlePtrArray;
+class TparamCurve;
+class TparamCurveMsgDepot;
+class TsegmentEvaluator;
+class TparamCurveTestAccess;
+
+/// Pointers to curves; never owns them.
+class LUMORA_API TparamCurvePtrArray : public TptrArray<TparamCurve> {
+ public:
+  using TptrArray<TparamCurve>::TptrArray;
+};
+
+/// Host callback that yields the three sibling rotation curves (x, y, z) of
+/// the curve whose host handle is `tdnCurve`. Returns false when it cannot.
+using TsiblingCurvesCallback = bool (*)(void* tdnCurve, TparamCurve** x, TparamCurve** y,
+                                        TparamCurve** z, bool create);
+
+class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
+ public:
+  /// Behaviour outside the keyed range. Stored in files: only add values.
+  enum TinfinityType : int {
+    kConstant = 0,
+    kLinear = 1,
+    kCycle = 3,
+    kCycleRelative = 4,
+    kOscillate = 5,
+  };
+
+  /// Interpolation of three sibling rotation curves. Stored in files.
+  enum TrotationInterpolation : int {
+    kEuler = 1,
+    kSynchronizedEuler = 2,
+    kQuaternion = 3,
+  };
+
+  /// Interactive edit in progress; 0 when none.
+  enum TeditMode : int { kEditNone = 0 };
+
+  /// The invalid index.
+  static constexpr unsigned kInvalidIndex = 0xFFFFFFFFu;
+
+  /// One process-wide scratch time used to build lookup times.
+  static TtimeValue fsTimeValue;
+
+  // --- Construction -----------------------------------------------------------
+
+  /// An empty, static curve. Weighted when the keyframe preference says so.
+  explicit TparamCurve(bool isFloat = false);
+  /// An independent copy: new keys (unselected), no clients, no deltas, empty cache.
+  TparamCurve(const TparamCurve& other);
+  TparamCurve& operator=(const TparamCurve& other);
+  ~TparamCurve() override;
+
+  // --- Flags ---------------------------------------------------------------------
+
+  bool isFloat() const { return fFloatKeys != nullptr; }
+  bool isAnimTime() const { return fTickKeys != nullptr; }
+  bool staticCurve() const { return fCurveFlags.testBit(kFlagStatic); }
+  void setStaticCurve(bool on) { fCurveFlags.setBit(kFlagStatic, on); }
+  bool inFileIO() const { return fCurveFlags.testBit(kFlagInFileIO); }
+  void setInFileIO(bool on) { fCurveFlags.setBit(kFlagInFileIO, on); }
+  bool notifyClientsDuringFileIO() const { return fCurveFlags.testBit(kFlagNotifyDuringFileIO); }
+  void setNotifyClientsDuringFileIO(bool on) { fCurveFlags.setBit(kFlagNotifyDuringFileIO, on); }
+  bool isProcedural() const { return fCurveFlags.testBit(kFlagProcedural); }
+  void isProcedural(bool on) { fCurveFlags.setBit(kFlagProcedural, on); }
+  bool isReference() const { return fCurveFlags.testBit(kFlagReference); }
+  void isReference(bool on) { fCurveFlags.setBit(kFlagReference, on); }
+  bool blockAddMode() const { return fCurveFlags.testBit(kFlagBlockAdd); }
+  void setBlockAddMode(bool on) { fCurveFlags.setBit(kFlagBlockAdd, on); }
+  bool isWeighted() const { return fCurveFlags.testBit(kFlagWeighted); }
+  /// Switches between weighted and non-weighted tangents. Automatic tangents
+  /// are recomputed in the new form; fixed tangents keep their direction
+  /// (their slope), and on the way to weighted their handle length becomes one
+  /// third of the adjacent span, the length at which a weighted segment
+  /// reproduces the non-weighted shape. Records a delta while recording and
+  /// sends kWeightingChanged for every key.
+  void setIsWeighted(bool weighted);
+  bool isCachedQuaternionDataValid() const { return fCurveFlags.testBit(kFlagQuaternionCache); }
+  bool isEdit() const { return fEditMode != kEditNone; }
+  TeditMode editMode() const { return fEditMode; }
+
+  // --- Rotation interpolation ------------------------------------------------------
+
+  static bool isRotationInterpolationValid(int mode) { return mode >= 1 && mode <= 3; }
+  static bool isEulerAngled(int mode) { return mode == kEuler || mode == kSynchronizedEuler; }
+  static bool isSynchronizedEuler(int mode) { return mode == kSynchronizedEuler; }
+  static bool isQuaternion(int mode) { return mode == kQuaternion; }
+  static bool rotationInterpolationRequiresSyncronisation(int mode) {
+    return mode == kSynchronizedEuler || mode == kQuaternion;
+  }
+  TrotationInterpolation getRotationInterpolation() const { return fRotationInterpolation; }
+  /// Stores the mode (records a delta while recording) and drops the
+  /// quaternion-Euler cache. Opens no change scope and sends no message.
+  /// Invalid modes are ignored.
+  void setRotationInterpolation(TrotationInterpolation mode);
+
+  // --- Host handle and siblings ------------------------------------------------------
+
+  void* TDNparamCurve() const { return fTdnCurve; }
+  void setTDNparamCurve(void* handle, TsiblingCurvesCallback callback) {
+    fTdnCurve = handle;
+    fSiblingCurvesCallback = callback;
+  }
+  /// The host's answer when both the handle and the callback are set;
+  /// otherwise *x = this, *y = *z = null and false.
+  bool getSiblingRotationCurves(TparamCurve** x, TparamCurve** y, TparamCurve** z,
+                                bool create) const;
+  void setCachedSiblingCurves(TparamCurve* x, TparamCurve* y, TparamCurve* z);
+  void getCachedSiblingCurves(TparamCurve*& x, TparamCurve*& y, TparamCurve*& z) const;
+
+  // --- Keys ----------------------------------------------------------------------------
+
+  /// Key i, or null.
+  Tkeyframe* keyframe(unsigned i) const;
+  Tkeyframe* operator[](unsigned i) const { return keyframe(i); }
+  /// Number of keys; with deferred deletion, keys marked toBeDeleted do not count.
+  unsigned keyframeCount() const;
+  TtimeValue timeValue(const Tkeyframe* key) const;
+  TtimeValue timeValue(unsigned i) const { return timeValue(keyframe(i)); }
+  /// Seconds of a key: ticks x 0.00016666666f on tick curves; 0 for null.
+  float seconds(const Tkeyframe* key) const;
+  float seconds(unsigned i) const { return seconds(keyframe(i)); }
+  TanimTime animTime(const Tkeyframe* key) const;
+  TanimTime animTime(unsigned i) const { return animTime(keyframe(i)); }
+  /// A time of this curve's kind for `seconds`.
+  TtimeValue makeTimeValue(float seconds) const;
+  TtimeValue minTimeValue() const;
+  TtimeValue maxTimeValue() const;
+
+  /// Binary search. Found: true and the key's index (first of equal keys).
+  /// Not found: false and the insertion position. Float curves use the 1e-5 s
+  /// tolerance, tick curves exact ticks.
+  bool find(const TtimeValue& t, unsigned& index) const;
+  /// Like find, but first tries index +-1 (by `forward`) as a hint when t
+  /// equals that key's time exactly.
+  bool incrementalFind(const TtimeValue& t, unsigned& index, bool forward) const;
+  /// Steps through keys. Without deferred deletion direction 1 does NOT
+  /// advance (pass 2 or more to step forward); with it, index is a logical
+  /// index for direction 0 and live keys are skipped to otherwise.
+  Tkeyframe* seekKey(unsigned& index, int direction) const;
+
+  /// Sets the value of key i (clamped as Tkeyframe::setValue). NaN is refused.
+  void setValue(unsigned i, double v);
+  void setValue(unsigned i, double v, float w);
+  /// Moves key i to time t. False for a missing key, a refused scope or a
+  /// time that breaks the order; the new time stays written even then, and
+  /// the caller must put it back. A time of the other kind writes nothing.
+  bool setTime(unsigned i, const TtimeValue& t);
+  /// Tells clients the curve changed without changing it.
+  void markDirty();
+  /// Rescales tick times from one unit system to another; no message, no delta.
+  void noUpdate(TtimeUnitSystem from, TtimeUnitSystem to);
+  /// Prints the keys through `out`, then closes it.
+  void debugOutput(TdebugOutput& out) const;
+
+  // --- Evaluation -----------------------------------------------------------------------
+
+  /// The curve's value at `seconds`; NaN for a NaN time (cache untouched).
+  double evaluate(float seconds);
+  double evaluate(const TtimeValue& t);
+  /// values[i] = evaluate(times[i]) for i < count. False for null arrays.
+  bool evaluate(unsigned count, const double* times, double* values);
+
+  // --- Infinities -------------------------------------------------------------------------
+
+  TinfinityType preInfinityType() const { return fPreInfinity; }
+  TinfinityType postInfinityType() const { return fPostInfinity; }
+  /// Values other than 1, 3, 4 and 5 are stored as 0 (constant). A quaternion
+  /// rotation curve with siblings changes all three.
+  void setPreInfinityType(TinfinityType type);
+  void setPostInfinityType(TinfinityType type);
+
+  // --- Tangents ------------------------------------------------------------------------------
+
+  /// Sets one side's type and recomputes the tangents around the key. `side`
+  /// Tkeyframe::kInSide (1) means the in side and any other value the out side.
+  void setTangentTypeHelper(unsigned index, TtangentType type, TpickKey::TpickBits side);
+  void setTanInType(unsigned i, TtangentType type) {
+    setTangentTypeHelper(i, type, Tkeyframe::kInSide);
+  }
+  void setTanOutType(unsigned i, TtangentType type) {
+    setTangentTypeHelper(i, type, Tkeyframe::kOutSide);
+  }
+  /// View length of a tangent handle (weighted) or 1/0 (non-weighted); 0 for a
+  /// missing key. a and b scale x and y to view units.
+  double tangentWeight(unsigned index, bool inSide, float a, float b) const;
+  /// Angle of a tangent in view units; 0 for a missing key.
+  Tangle tangentAngle(unsigned index, bool inSide, float a, float b) const;
+  /// Writes a dragged tangent and makes the side fixed. False for a missing
+  /// key, an in side of a linear span, or a refused scope.
+  bool dragTangent(unsigned index, float x, float y, bool inSide);
+
+  // --- Adding and removing keys -----------------------------------------------------------------
+
+  /// Inserts a copy of `key`, or overwrites the key at its time. The second
+  /// argument has no effect.
+  bool add(const Tkeyframe& key, bool ignored = false, bool allSiblings = false);
+  /// Inserts a key on the curve at `time` where none exists.
+  bool insert(const TtimeValue& time, bool breakdown, bool allSiblings);
+  /// Inserts a copy of `key` where none exists, optionally keeping the shape.
+  bool insert(const Tkeyframe& key, bool keepShape, bool allSiblings);
+  /// Adopts `key` when it is inserted; otherwise the caller keeps it.
+  bool insert(Tkeyframe* key, bool allSiblings);
+  /// Fast loader: times in seconds; no scope, no deltas, no messages.
+  bool blockAdd(const Tkeyframe& templ, const TdoubleArray* times, const TdoubleArray* values);
+  bool blockAdd(TanimTimeArray& times, TdoubleArray& values, TtangentType inType,
+                TtangentType outType);
+  /// As the reference form. With `ascending` true the caller promises that
+  /// the times are strictly increasing and later than every existing key,
+  /// and keys are appended without searching; times that break the promise
+  /// fall back to ordinary sorted insertion.
+  bool blockAdd(TanimTimeArray* times, TdoubleArray* values, TtangentType inType,
+                TtangentType outType, bool ascending);
+  bool setBlockTangentXValue(unsigned first, unsigned last, TdoubleArray& values, bool inSide);
+  bool setBlockTangentYValue(unsigned first, unsigned last, TdoubleArray& values, bool inSide);
+  bool setBlockTanType(unsigned first, unsigned last, Tint16Array& types, bool inSide);
+  /// Removes key `index` (undo brings back `undoKey`'s content when given).
+  void remove(unsigned index, const Tkeyframe* undoKey = nullptr, bool allSiblings = false);
+  /// Deletes (or with deleteKeys false, forgets) every key; no scope, no deltas.
+  void removeAllKeys(bool recreate = true, bool deleteKeys = true);
+  /// Records a snapshot of the whole curve while recording.
+  void generateCurveDeltas();
+
+  // --- Change notification -------------------------------------------------------------------------
+
+  static TparamCurveMsgDepot& globalMsgDepot();
+  static void addGlobalClient(Tclient* client, TclientCallback callback);
+  static void addGlobalHelper(Tclient* client, TclientCallback callback);
+  /// Removes the changed-curves registration only; a helper registration stays.
+  static void removeGlobalClient(Tclient* client);
+  static void delayMessages();
+  static void resumeMessagesAndUpdate();
+  /// Returns the previous setting.
+  static bool suspendUpdates(bool suspend);
+  /// False when the helpers refuse selection of a procedural or reference curve.
+  bool canSelect();
+
+ protected:
+  bool deferredDeletion() const { return fCurveFlags.testBit(kFlagDeferredDeletion); }
+  void setDeferredDeletion(bool on) { fCurveFlags.setBit(kFlagDeferredDeletion, on); }
+
+ private:
+  friend class TparamCurveTestAccess;
+  friend class TparamCurveDelta;
+  friend class TPCDinfinityType;
+  friend class TPCDaddRemoveKey;
+  friend class TPCDinsertKey;
+  friend class TPCDblockAddRemoveKey;
+  friend class TPCDdragTan;
+  friend class TPCDcurveDelta;
+  friend class TPCDweightedTangents;
+  friend class TPCDrotationInterpolation;
+
+  enum TcurveFlag : unsigned {
+    kFlagStatic = 0,
+    kFlagInFileIO = 1,
+    kFlagNotifyDuringFileIO = 2,
+    kFlagProcedural = 3,
+    kFlagReference = 4,
+    kFlagBlockAdd = 5,
+    kFlagWeighted = 6,
+    kFlagDeferredDeletion = 7,
+    kFlagQuaternionCache = 8,
+  };
+
+  // --- Storage (curve/param_curve.cpp) ---
+  TkeyArray* keyArray() const { return fFloatKeys ? fFloatKeys : fTickKeys; }
+  unsigned physicalCount() const;
+  void copyFrom(const TparamCurve& other);
+  TtimeValue& timeValueRef(const Tkeyframe* key) const;
+  TtimeValue& timeValueRef(unsigned i) const { return timeValueRef(keyframe(i)); }
+  /// Inserts into whichever array exists; the index, or -1 when refused.
+  int arrayInsert(Tkeyframe* key, unsigned hint);
+  void invalidateCache(int index = -1);
+  void dirtyQuaternionEulerCache(int index);
+  void setTanIn(unsigned i, float x, float y);
+  void setTanOut(unsigned i, float x, float y);
+  TsegmentEvaluator* makeEvaluator(bool weighted) const;
+
+  // --- Evaluation (curve/evaluate.cpp, curve/infinity.cpp) ---
+  template <typename Probe>
+  double evaluateInside(const Probe& probe);
+  double evaluateSpan(unsigned end, double t);
+  void setInterpolationInterval(unsigned i);
+  void setSpanInterpMethod(unsigned i);
+  double evaluateInfinities(float t, bool pre);
+  double evaluateInfinities(const TtimeValue& t, bool pre);
+  /// Quaternion evaluation of rotation curves; reports through `failed`
+  /// whether it handled the time.
+  double evaluateQuaternionAsEulerComponent(float t, bool* failed);
+  void setInfinityType(TinfinityType type, bool pre);
+  void recordInfinityDelta(bool pre, TinfinityType oldType, TinfinityType newType);
+  void recordWeightedDelta();
+  void adaptFixedTangentsForWeighting(bool weighted);
+
+  // --- Tangents (edit/tangents.cpp) ---
+  bool modifyTangents(unsigned index);
+  bool tangentMethodIdentifier(unsigned index, bool inSide, bool otherSideDone);
+  void modifyTangentHelper(unsigned index);
+  bool modifySmoothTangents(unsigned first, unsigned last);
+  bool modifyLinearTangents(unsigned first, unsigned last);
+  void recomputeTangents(TkeyframeHandlePtrArray& keys);
+  void setTanIn(Tkeyframe* key, float x, float y);
+  void setTanOut(Tkeyframe* key, float x, float y);
+  void scaleTangentX(Tkeyframe* key, float factor);
+  void scaleTangentY(Tkeyframe* key, float factor);
+  void checkStaticValueCondition(unsigned index);
+  void checkStaticTanCondition(unsigned index);
+
+  // --- Adding and removing (edit/add_remove.cpp) ---
+  bool insertKey(const Tkeyframe& key, bool keepShape);
+  Tkeyframe* newMatchingKeyframe(const TtimeValue& time);
+  bool addRemovedKey(Tkeyframe* key);
+  bool replaceKey(Tkeyframe* key, const Tkeyframe& newState);
+  bool addDelta(Tdelta* delta, bool atEnd);
+
+  // --- Change scopes (notify/change_scope.cpp) ---
+  bool beginChange();
+  void endChange(bool changed);
+  void notifyClientsOfChange(Tkeyframe* key, int type);
+  void notifyClientsOfChange(unsigned index, int type);
+  void sendAddDeleteMessage(Tkeyframe* key, bool added);
+  static void disableAnimCurveModelUpdates();
+
+  // --- Data ---
+  TrotationInterpolation fRotationInterpolation = kEuler;
+  TsiblingCurvesCallback fSiblingCurvesCallback = nullptr;
+  TinfinityType fPreInfinity = kConstant;
+  TinfinityType fPostInfinity = kConstant;
+  TkeyArray* fFloatKeys = nullptr;
+  TkeyArray* fTickKeys = nullptr;
+  void* fTdnCurve = nullptr;
+  TbitField16 fCurveFlags;
+  TeditMode fEditMode = kEditNone;
+  void* fMoveState = nullptr;
+  void* fBreakdownCache = nullptr;
+  Tkeyframe* fCachedKey = nullptr;
+  std::uint32_t fCachedIndex = 0;
+  std::int32_t fCachedInterval = -1;
+  TsegmentEvaluator* fSegmentEvaluator = nullptr;
+  std::uint16_t fChangeDepth = 0;
+  TparamCurve* fSiblingX = nullptr;
+  TparamCurve* fSiblingY = nullptr;
+  TparamCurve* fSiblingZ = nullptr;
+  bool fConnectionsDirty = false;
+  bool fChangedInChange = false;
+};
+
+}  // namespace lumora

@@ -1,0 +1,57 @@
+// Test-only access to TparamCurve internals. Not installed.
+#pragma once
+
+#include "lumora/curve/param_curve.h"
+
+namespace lumora {
+
+class TparamCurveTestAccess {
+ public:
+  static bool beginChange(TparamCurve& c) { return c.beginChange(); }
+  static void endChange(TparamCurve& c, bool changed) { c.endChange(changed); }
+  static int arrayInsert(TparamCurve& c, Tkeyframe* key) { return c.arrayInsert(key, 0); }
+  static void setDeferredDeletion(TparamCurve& c, bool on) { c.setDeferredDeletion(on); }
+  static void sendAddDeleteMessage(TparamCurve& c, Tkeyframe* key, bool added) {
+    c.sendAddDeleteMessage(key, added);
+  }
+  static void notifyClientsOfChange(TparamCurve& c, Tkeyframe* key, int type) {
+    c.notifyClientsOfChange(key, type);
+  }
+  static void notifyClientsOfChangeAt(TparamCurve& c, unsigned index, int type) {
+    c.notifyClientsOfChange(index, type);
+  }
+  static bool connectionsDirty(const TparamCurve& c) { return c.fConnectionsDirty; }
+  static bool changedInChange(const TparamCurve& c) { return c.fChangedInChange; }
+  static Tkeyframe* cachedKey(const TparamCurve& c) { return c.fCachedKey; }
+  static unsigned cachedIndex(const TparamCurve& c) { return c.fCachedIndex; }
+  static int cachedInterval(const TparamCurve& c) { return c.fCachedInterval; }
+  static unsigned changeDepth(const TparamCurve& c) { return c.fChangeDepth; }
+  static TsegmentEvaluator* evaluator(const TparamCurve& c) { return c.fSegmentEvaluator; }
+  static void setInterpolationInterval(TparamCurve& c, unsigned i) {
+    c.setInterpolationInterval(i);
+  }
+  static void setSpanInterpMethod(TparamCurve& c, unsigned i) { c.setSpanInterpMethod(i); }
+  static void setTanIn(TparamCurve& c, unsigned i, float x, float y) { c.setTanIn(i, x, y); }
+  static void setTanOut(TparamCurve& c, unsigned i, float x, float y) { c.setTanOut(i, x, y); }
+  static bool addDelta(TparamCurve& c, Tdelta* delta, bool atEnd) {
+    return c.addDelta(delta, atEnd);
+  }
+  static bool insertKey(TparamCurve& c, const Tkeyframe& key, bool keepShape) {
+    return c.insertKey(key, keepShape);
+  }
+  static Tkeyframe* newMatchingKeyframe(TparamCurve& c, const TtimeValue& t) {
+    return c.newMatchingKeyframe(t);
+  }
+  static bool addRemovedKey(TparamCurve& c, Tkeyframe* key) { return c.addRemovedKey(key); }
+  static bool replaceKey(TparamCurve& c, Tkeyframe* key, const Tkeyframe& state) {
+    return c.replaceKey(key, state);
+  }
+  static bool modifyTangents(TparamCurve& c, unsigned i) { return c.modifyTangents(i); }
+  static void checkStaticTanCondition(TparamCurve& c, unsigned i) { c.checkStaticTanCondition(i); }
+  static void scaleTangentX(TparamCurve& c, Tkeyframe* key, float f) { c.scaleTangentX(key, f); }
+  static void setInfinityRaw(TparamCurve& c, int type, bool pre) {
+    (pre ? c.fPreInfinity : c.fPostInfinity) = static_cast<TparamCurve::TinfinityType>(type);
+  }
+};
+
+}  // namespace lumora

@@ -1,0 +1,530 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "lumora/base/arena.h"
+#include "lumora/base/time_arrays.h"
+#include "lumora/base/typed_array.h"
+#include "lumora/curve/param_curve.h"
+#include "lumora/keys/internal/key_pool.h"
+#include "lumora/notify/message_recorder_test_support.h"
+#include "lumora/notify/param_curve_delta.h"
+
+namespace lumora {
+namespace {
+
+using Kind = TrecordedMsg::Tkind;
+using Modified = TparamCurveModifiedMsg;
+
+// Keys alive in the pool; -1 when the pool cannot count (memory-checker mode).
+long liveKeys() {
+  const TcompactArena* pool = internal::keyPool();
+  if (!pool || pool->isPure()) return -1;
+  return static_cast<long>(pool->liveCount());
+}
+
+// A small deterministic generator, so the sequences are the same everywhere.
+struct Tlcg {
+  std::uint64_t state;
+  unsigned next(unsigned bound) {
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    return static_cast<unsigned>((state >> 33) % bound);
+  }
+};
+
+bool strictlyOrdered(const TparamCurve& c) {
+  for (unsigned i = 1; i < c.keyframeCount(); ++i) {
+    const Tkeyframe& a = *c.keyframe(i - 1);
+    const Tkeyframe& b = *c.keyframe(i);
+    const bool ordered = c.isFloat() ? a < b : a.timeAsTicks() < b.timeAsTicks();
+    if (!ordered) return false;
+  }
+  return true;
+}
+
+std::vector<double> sample(TparamCurve& c, float from, float to, int steps) {
+  std::vector<double> out;
+  for (int s = 0; s <= steps; ++s) out.push_back(c.evaluate(from + (to - from) * s / steps));
+  return out;
+}
+
+// Every stored field of every key, for bitwise comparison.
+struct TkeyState {
+  Tkeyframe* object;
+  std::int32_t timeWord;
+  double value;
+  float tan[4];
+  std::uint32_t flags;
+  bool operator==(const TkeyState&) const = default;
+};
+
+TkeyState fields(Tkeyframe* k) {
+  TkeyState s{k, k->timeAsTicks(), k->value(), {}, k->flags().bits()};
+  k->getTanIn(s.tan[0], s.tan[1]);
+  k->getTanOut(s.tan[2], s.tan[3]);
+  return s;
+}
+
+std::vector<TkeyState> state(const TparamCurve& c) {
+  std::vector<TkeyState> out;
+  for (unsigned i = 0; i < c.keyframeCount(); ++i) out.push_back(fields(c.keyframe(i)));
+  return out;
+}
+
+// Three float curves that answer as the x, y and z of one rotation.
+struct Trotation {
+  TparamCurve x{true}, y{true}, z{true};
+  Trotation() {
+    for (TparamCurve* c : {&x, &y, &z}) c->setTDNparamCurve(this, &provide);
+  }
+  static bool provide(void* self, TparamCurve** px, TparamCurve** py, TparamCurve** pz, bool) {
+    auto* r = static_cast<Trotation*>(self);
+    *px = &r->x;
+    *py = &r->y;
+    *pz = &r->z;
+    return true;
+  }
+};
+
+// --- add -------------------------------------------------------------------------------
+
+TEST(TparamCurveAdd, OverwriteCopiesEveryFieldAndReportsOnlyValueChanges) {
+  TparamCurve c(true);
+  c.add(Tkeyframe(1.0f, 5.0, kTangentFlat, kTangentFlat));
+  c.add(Tkeyframe(2.0f, 6.0, kTangentFlat, kTangentFlat));
+  Tkeyframe* original = c.keyframe(0);
+  TmessageRecorder rec;
+  rec.listenTo(c);
+  auto* same = new Tkeyframe(1.000004f, 5.0, kTangentFixed, kTangentStep);
+  same->setTanIn(2.0f, 3.0f).setBreakdown(true);
+  EXPECT_TRUE(c.add(*same));
+  TkeyState expected = fields(same);
+  expected.object = original;  // the object stays, every field is replaced
+  EXPECT_EQ(fields(original), expected);
+  EXPECT_EQ(rec.count(Kind::kModified), 0u);
+  delete same;
+
+  EXPECT_TRUE(c.add(Tkeyframe(1.0f, 7.0, kTangentFlat, kTangentFlat)));
+  ASSERT_EQ(rec.count(Kind::kModified), 1u);
+  EXPECT_EQ(rec.log.back().messageType, Modified::kKeyChanged);
+  EXPECT_EQ(c.keyframeCount(), 2u);
+}
+
+TEST(TparamCurveAdd, OverwriteNeverBreaksTheOrder) {
+  TparamCurve c(true);
+  ASSERT_TRUE(c.add(Tkeyframe(1.0f, 0.0)));
+  ASSERT_TRUE(c.add(Tkeyframe(1.000011f, 1.0)));
+  // Within the tolerance of the first key and of the second: the first key
+  // takes the value but keeps its time.
+  ASSERT_TRUE(c.add(Tkeyframe(1.000008f, 2.0)));
+  EXPECT_TRUE(strictlyOrdered(c));
+  EXPECT_EQ(c.keyframe(0)->value(), 2.0);
+  EXPECT_EQ(c.keyframe(0)->timeAsFloat(), 1.0f);
+}
+
+TEST(TparamCurveAdd, BadInputChangesNothingAndLeaksNothing) {
+  TparamCurve c(true);
+  c.add(Tkeyframe(0.0f, 1.0));
+  const long before = liveKeys();
+  const double inf = std::numeric_limits<double>::infinity();
+  EXPECT_FALSE(c.add(Tkeyframe(std::nanf(""), 1.0)));
+  EXPECT_FALSE(c.add(Tkeyframe(1.0f, std::nan(""))));
+  EXPECT_FALSE(c.insert(Tkeyframe(1.0f, -inf), true, false));
+  EXPECT_FALSE(c.insert(TtimeValue(static_cast<float>(inf)), false, false));
+  EXPECT_FALSE(c.insert(TtimeValue(), false, false));
+
+  TanimTimeArray ticks;
+  TdoubleArray values, seconds;
+  const Tkeyframe templ(0.0f, 0.0, kTangentSpline, kTangentSpline);
+  EXPECT_FALSE(c.blockAdd(ticks, values, kTangentSpline, kTangentSpline));  // empty
+  EXPECT_FALSE(c.blockAdd(templ, nullptr, &values));
+  EXPECT_FALSE(c.blockAdd(nullptr, &values, kTangentSpline, kTangentSpline, true));
+  ticks.addLast(TanimTime(6000));
+  ticks.addLast(TanimTime(12000));
+  values.addLast(2.0);
+  EXPECT_FALSE(c.blockAdd(ticks, values, kTangentSpline, kTangentSpline));  // mismatched
+  values.addLast(inf);  // the last element is checked before the first is added
+  EXPECT_FALSE(c.blockAdd(&ticks, &values, kTangentSpline, kTangentSpline, true));
+  seconds.addLast(1.0);
+  seconds.addLast(1e300);  // no float holds it
+  values[1] = 3.0;
+  EXPECT_FALSE(c.blockAdd(templ, &seconds, &values));
+
+  EXPECT_EQ(c.keyframeCount(), 1u);
+  EXPECT_EQ(liveKeys(), before);
+}
+
+TEST(TparamCurveAdd, SiblingsGetKeysThatLieOnTheirOwnCurves) {
+  Trotation r;
+  r.y.add(Tkeyframe(0.0f, 10.0, 0.5, kTangentLinear, kTangentLinear));
+  r.y.add(Tkeyframe(2.0f, 20.0, kTangentLinear, kTangentLinear));
+  for (TparamCurve* c : {&r.x, &r.y, &r.z}) c->setRotationInterpolation(TparamCurve::kQuaternion);
+  Tkeyframe k(1.0f, 99.0, kTangentFlat, kTangentFlat);
+  k.setBreakdown(true);
+  ASSERT_TRUE(r.x.add(k, false, /*allSiblings=*/true));
+  EXPECT_EQ(r.x.keyframe(0)->value(), 99.0);
+  ASSERT_EQ(r.y.keyframeCount(), 3u);
+  const Tkeyframe* made = r.y.keyframe(1);
+  EXPECT_DOUBLE_EQ(made->value(), 15.0);         // its own value at 1 s
+  EXPECT_EQ(made->tanInType(), kTangentLinear);  // a copy of its neighbour
+  EXPECT_EQ(made->quaternionW(), 1.0f);          // but not the neighbour's W
+  EXPECT_FALSE(made->breakdown());
+  EXPECT_EQ(r.z.keyframe(0)->value(), 99.0);  // no neighbour: a copy of the key itself
+  EXPECT_FALSE(r.z.keyframe(0)->breakdown());
+
+  r.x.remove(0, nullptr, /*allSiblings=*/true);
+  EXPECT_EQ(r.x.keyframeCount(), 0u);
+  EXPECT_EQ(r.y.keyframeCount(), 2u);  // index 0 of each curve
+  EXPECT_EQ(r.z.keyframeCount(), 0u);
+  r.x.remove(0, nullptr, /*allSiblings=*/true);  // stops at the first curve without the index
+  EXPECT_EQ(r.y.keyframeCount(), 2u);
+}
+
+// --- insert ----------------------------------------------------------------------------
+
+TEST(TparamCurveInsert, ExistingTimeSucceedsAndChangesNothing) {
+  TparamCurve c(true);
+  ASSERT_TRUE(c.add(Tkeyframe(1.0f, 5.0)));
+  TmessageRecorder rec;
+  rec.listenTo(c);
+  EXPECT_TRUE(c.insert(Tkeyframe(1.0f, 8.0), /*keepShape=*/true, false));
+  EXPECT_TRUE(c.insert(TtimeValue(1.0f), /*breakdown=*/true, false));
+  EXPECT_EQ(c.keyframeCount(), 1u);
+  EXPECT_EQ(c.keyframe(0)->value(), 5.0);
+  EXPECT_FALSE(c.keyframe(0)->breakdown());
+  EXPECT_TRUE(rec.log.empty());
+
+  auto* owned = new Tkeyframe(1.0f, 3.0);
+  EXPECT_FALSE(c.insert(owned, false));  // not adopted: still ours
+  delete owned;
+  auto* adopted = new Tkeyframe(2.0f, 3.0);
+  EXPECT_TRUE(c.insert(adopted, false));
+  EXPECT_EQ(c.keyframe(1), adopted);
+}
+
+TEST(TparamCurveInsert, TimeFormOnEmptyCurveAddsZeroKey) {
+  for (bool isFloat : {true, false}) {
+    TparamCurve c(isFloat);
+    ASSERT_TRUE(c.insert(c.makeTimeValue(1.5f), /*breakdown=*/true, false));
+    ASSERT_EQ(c.keyframeCount(), 1u);
+    EXPECT_EQ(c.keyframe(0)->value(), 0.0);
+    EXPECT_TRUE(c.keyframe(0)->breakdown());
+    EXPECT_FLOAT_EQ(c.seconds(0u), 1.5f);
+  }
+}
+
+TEST(TparamCurveInsert, KeepShapeAfterStepKeyGivesSplineStep) {
+  TparamCurve c(true);
+  c.add(Tkeyframe(0.0f, 1.0, kTangentSpline, kTangentStep));
+  c.add(Tkeyframe(2.0f, 5.0, kTangentSpline, kTangentSpline));
+  ASSERT_TRUE(c.insert(TtimeValue(1.0f), false, false));
+  const Tkeyframe* k = c.keyframe(1);
+  EXPECT_EQ(k->tanInType(), kTangentSpline);
+  EXPECT_EQ(k->tanOutType(), kTangentStep);
+  EXPECT_EQ(k->value(), 1.0);
+  EXPECT_EQ(c.evaluate(1.5f), 1.0);
+  EXPECT_EQ(c.keyframe(0)->tanInType(), kTangentFixed);
+  EXPECT_EQ(c.keyframe(2)->tanOutType(), kTangentFixed);
+}
+
+// Neighbour tangent types around the span [1, 2.5] that receives the new key.
+struct TshapeCase {
+  bool weighted;
+  bool isFloat;
+  TtangentType prevIn, prevOut, nextIn, nextOut;
+};
+
+TEST(TparamCurveInsert, KeepShapeLeavesTheCurveUnchanged) {
+  const TshapeCase cases[] = {
+      {false, true, kTangentSpline, kTangentSpline, kTangentSpline, kTangentSpline},
+      {true, true, kTangentSpline, kTangentSpline, kTangentSpline, kTangentSpline},
+      {false, true, kTangentClamped, kTangentClamped, kTangentFixed, kTangentFixed},
+      {true, true, kTangentFixed, kTangentFixed, kTangentClamped, kTangentClamped},
+      {true, true, kTangentSmooth, kTangentSmooth, kTangentLinear, kTangentLinear},
+      {false, false, kTangentFlat, kTangentFixed, kTangentSpline, kTangentClamped},
+      {true, false, kTangentClampedSmooth, kTangentSpline, kTangentFixed, kTangentSpline},
+  };
+  for (const TshapeCase& sc : cases) {
+    for (bool timeForm : {true, false}) {
+      TparamCurve c(sc.isFloat);
+      c.setIsWeighted(sc.weighted);
+      c.add(Tkeyframe(c.makeTimeValue(0.0f), 0.0, kTangentSpline, kTangentSpline));
+      Tkeyframe prev(c.makeTimeValue(1.0f), 3.0, sc.prevIn, sc.prevOut);
+      Tkeyframe next(c.makeTimeValue(2.5f), -1.0, sc.nextIn, sc.nextOut);
+      prev.setTanIn(0.7f, 1.9f).setTanOut(0.4f, -2.5f);
+      next.setTanIn(0.5f, 0.8f).setTanOut(0.6f, 0.3f);
+      c.add(prev);
+      c.add(next);
+      c.add(Tkeyframe(c.makeTimeValue(4.0f), 2.0, kTangentSpline, kTangentSpline));
+      const std::vector<double> before = sample(c, 0.0f, 4.0f, 800);
+
+      const TtimeValue at = c.makeTimeValue(1.7f);
+      const bool ok = timeForm ? c.insert(at, false, false)
+                               : c.insert(Tkeyframe(at, c.evaluate(at)), true, false);
+      ASSERT_TRUE(ok);
+      ASSERT_EQ(c.keyframeCount(), 5u);
+      for (unsigned i : {1u, 2u, 3u}) {
+        EXPECT_EQ(c.keyframe(i)->tanInType(), kTangentFixed) << i;
+        EXPECT_EQ(c.keyframe(i)->tanOutType(), kTangentFixed) << i;
+      }
+      const std::vector<double> after = sample(c, 0.0f, 4.0f, 800);
+      for (std::size_t s = 0; s < before.size(); ++s) {
+        ASSERT_NEAR(after[s], before[s], 2e-6 * (1.0 + std::fabs(before[s])))
+            << "case " << (&sc - cases) << " sample " << s << " timeForm " << timeForm;
+      }
+    }
+  }
+}
+
+TEST(TparamCurveInsert, RandomEditsKeepKeysStrictlyOrdered) {
+  for (bool isFloat : {true, false}) {
+    TparamCurve c(isFloat);
+    Tlcg rng{20240601};
+    for (int step = 0; step < 3000; ++step) {
+      // Times on a 1/100 s grid, nudged by up to 9e-6 s so that float curves
+      // also meet times within their tolerance.
+      const float t = static_cast<float>(rng.next(2000)) * 0.01f + rng.next(10) * 1e-6f;
+      const double v = static_cast<double>(rng.next(2001)) / 100.0 - 10.0;
+      const auto type = static_cast<TtangentType>(1 + rng.next(10));
+      switch (rng.next(5)) {
+        case 0:
+          c.add(Tkeyframe(c.makeTimeValue(t), v, type, type));
+          break;
+        case 1:
+          c.insert(c.makeTimeValue(t), rng.next(2) == 0, false);
+          break;
+        case 2:
+          c.insert(Tkeyframe(c.makeTimeValue(t), v, type, kTangentSpline), rng.next(2) == 0, false);
+          break;
+        default:
+          c.remove(rng.next(c.keyframeCount() + 2));
+          break;
+      }
+      ASSERT_TRUE(strictlyOrdered(c)) << "step " << step;
+    }
+    EXPECT_GT(c.keyframeCount(), 50u);
+  }
+}
+
+// --- blockAdd ---------------------------------------------------------------------------
+
+TEST(TparamCurveBlockAdd, AscendingPromiseBrokenFallsBackToSortedInsertion) {
+  TparamCurve c(false);
+  c.add(Tkeyframe(TanimTime(6000), 0.0));
+  TanimTimeArray ticks;
+  TdoubleArray values;
+  for (int t : {12000, 18000, 3000, 18000, 24000}) {
+    ticks.addLast(TanimTime(t));
+    values.addLast(t / 6000.0);
+  }
+  const long before = liveKeys();
+  ASSERT_TRUE(c.blockAdd(&ticks, &values, kTangentSpline, kTangentSpline, /*ascending=*/true));
+  EXPECT_EQ(c.keyframeCount(), 5u);  // the repeated time was refused
+  EXPECT_TRUE(strictlyOrdered(c));
+  EXPECT_EQ(c.keyframe(0)->timeAsTicks(), 3000);
+  if (before >= 0) {
+    EXPECT_EQ(liveKeys(), before + 4);
+  }
+}
+
+TEST(TparamCurveBlockAdd, SplineTangentsMatchKeysAddedOneByOne) {
+  for (bool weighted : {true, false}) {
+    TparamCurve block(true), single(true);
+    block.setIsWeighted(weighted);
+    single.setIsWeighted(weighted);
+    TanimTimeArray ticks;
+    TdoubleArray values;
+    for (int i = 0; i < 20; ++i) {
+      const double v = std::sin(i * 0.7) * 5.0;
+      ticks.addLast(TanimTime(i * 1500 + (i % 3) * 700));
+      values.addLast(v);
+      single.add(Tkeyframe(ticks[i].inSeconds(), v, kTangentSpline, kTangentSpline));
+    }
+    ASSERT_TRUE(block.blockAdd(ticks, values, kTangentSpline, kTangentSpline));
+    ASSERT_EQ(block.keyframeCount(), single.keyframeCount());
+    for (unsigned i = 0; i < block.keyframeCount(); ++i) {
+      const TkeyState a = fields(block.keyframe(i));
+      const TkeyState b = fields(single.keyframe(i));
+      for (int j = 0; j < 4; ++j) EXPECT_EQ(a.tan[j], b.tan[j]) << i;
+    }
+  }
+}
+
+TEST(TparamCurveBlockAdd, FixedInTypeComputesNoTangents) {
+  TparamCurve c(true);
+  TmessageRecorder rec;
+  rec.listenTo(c);
+  TanimTimeArray ticks;
+  TdoubleArray values;
+  for (int i = 0; i < 4; ++i) {
+    ticks.addLast(TanimTime(6000 * i));
+    values.addLast(i * i);
+  }
+  ASSERT_TRUE(c.blockAdd(ticks, values, kTangentFixed, kTangentSpline));
+  for (unsigned i = 0; i < 4; ++i) {
+    float x = 1, y = 1;
+    c.keyframe(i)->getTanOut(x, y);
+    EXPECT_EQ(x, 0.0f);  // as constructed
+    EXPECT_EQ(y, 0.0f);
+  }
+  EXPECT_EQ(rec.count(Kind::kModified), 4u);  // one key-added message per key
+  EXPECT_FALSE(c.staticCurve());
+}
+
+TEST(TparamCurveBlockAdd, TemplateFormOverwritesAndSendsNothing) {
+  TparamCurve c(true);
+  c.add(Tkeyframe(1.0f, 1.0, kTangentFlat, kTangentFlat));
+  TmessageRecorder rec;
+  rec.listenTo(c);
+  TdoubleArray seconds, values;
+  for (double s : {2.0, 1.0, 0.5}) {
+    seconds.addLast(s);
+    values.addLast(s * 10.0);
+  }
+  ASSERT_TRUE(c.blockAdd(Tkeyframe(0.0f, 0.0, kTangentLinear, kTangentLinear), &seconds, &values));
+  ASSERT_EQ(c.keyframeCount(), 3u);
+  EXPECT_EQ(c.keyframe(1)->value(), 10.0);
+  EXPECT_EQ(c.keyframe(1)->tanInType(), kTangentLinear);
+  EXPECT_DOUBLE_EQ(c.evaluate(1.5f), 15.0);
+  EXPECT_TRUE(rec.log.empty());
+}
+
+// --- block setters ------------------------------------------------------------------------
+
+TEST(TparamCurveBlockSetters, RangesAreCheckedAndClamped) {
+  TparamCurve c(true);
+  c.setIsWeighted(true);
+  for (int i = 0; i < 3; ++i) {
+    c.add(Tkeyframe(static_cast<float>(i), i, kTangentFixed, kTangentFixed));
+  }
+  TdoubleArray xs;
+  Tint16Array types;
+  for (int i = 0; i < 5; ++i) {
+    xs.addLast(0.25 * (i + 1));
+    types.addLast(kTangentStep);
+  }
+  EXPECT_FALSE(c.setBlockTangentXValue(3, 4, xs, true));
+  EXPECT_FALSE(TparamCurve(true).setBlockTanType(0, 0, types, true));
+  EXPECT_TRUE(c.setBlockTangentXValue(2, 1, xs, true));  // empty range
+  ASSERT_TRUE(c.setBlockTangentYValue(0, 1, xs, false));
+  ASSERT_TRUE(c.setBlockTangentXValue(1, 99, xs, false));
+  float x = 0, y = 0;
+  c.keyframe(0)->getTanOut(x, y);
+  EXPECT_EQ(y, 0.25f);
+  c.keyframe(1)->getTanOut(x, y);
+  EXPECT_EQ(x, 0.25f);  // element 0 goes to key `first`
+  EXPECT_EQ(y, 0.5f);
+  c.keyframe(2)->getTanOut(x, y);
+  EXPECT_EQ(x, 0.5f);
+  ASSERT_TRUE(c.setBlockTanType(1, 7, types, /*inSide=*/false));
+  EXPECT_EQ(c.keyframe(0)->tanOutType(), kTangentFixed);
+  EXPECT_EQ(c.keyframe(2)->tanOutType(), kTangentStep);
+  xs[0] = std::nan("");
+  EXPECT_FALSE(c.setBlockTangentXValue(0, 0, xs, true));
+}
+
+// --- remove -------------------------------------------------------------------------------
+
+TEST(TparamCurveRemove, OnlyKeyMakesTheCurveStaticAgain) {
+  TparamCurve c(true);
+  c.add(Tkeyframe(0.0f, 1.0));
+  c.add(Tkeyframe(1.0f, 2.0));
+  ASSERT_FALSE(c.staticCurve());
+  c.remove(5);  // out of range: nothing
+  EXPECT_EQ(c.keyframeCount(), 2u);
+  c.remove(1);
+  EXPECT_FALSE(c.staticCurve());
+  c.remove(0);
+  EXPECT_EQ(c.keyframeCount(), 0u);
+  EXPECT_TRUE(c.staticCurve());
+}
+
+TEST(TparamCurveRemove, NotRecordingDeletesTheKeyAndRecomputesNeighbours) {
+  TparamCurve c(true);
+  c.setIsWeighted(false);
+  for (int i = 0; i < 3; ++i) {
+    c.add(Tkeyframe(static_cast<float>(i), i * i, kTangentSpline, kTangentSpline));
+  }
+  TmessageRecorder rec;
+  rec.listenTo(c);
+  rec.listenTo(c, TkeyframeAddDeleteMsgTmeta);
+  const long before = liveKeys();
+  Tkeyframe* doomed = c.keyframe(2);
+  c.remove(2);
+  if (before >= 0) {
+    EXPECT_EQ(liveKeys(), before - 1);
+  }
+  ASSERT_EQ(rec.log.size(), 2u);
+  EXPECT_EQ(rec.log[0].kind, Kind::kAddDelete);
+  EXPECT_EQ(rec.log[0].key, doomed);
+  EXPECT_FALSE(rec.log[0].added);
+  EXPECT_EQ(rec.log[1].messageType, Modified::kKeyRemoved);
+  float x = 0, y = 0;
+  c.keyframe(1)->getTanOut(x, y);  // last key now: its spline points back at key 0
+  EXPECT_FLOAT_EQ(y / x, 1.0f);
+}
+
+TEST(TparamCurveRemove, RecordingKeepsTheKeyObjectWithTheUndoContent) {
+  TparamCurve c(true);
+  c.add(Tkeyframe(0.0f, 1.0));
+  c.add(Tkeyframe(1.0f, 2.0));
+  Tkeyframe* removed = c.keyframe(1);
+  const Tkeyframe undoState(1.0f, 42.0);
+  c.beginMod();
+  c.remove(1, &undoState);
+  std::unique_ptr<Tdelta> delta(c.endMod());
+  ASSERT_TRUE(isDeltaOfType(delta.get(), TPCDaddRemoveKeyTmeta));
+  const auto* d = static_cast<TPCDaddRemoveKey*>(delta.get());
+  EXPECT_EQ(d->operation(), TPCDaddRemoveKey::kKeyRemoved);
+  EXPECT_EQ(d->keyframe(), removed);
+  EXPECT_EQ(removed->value(), 42.0);
+  EXPECT_EQ(c.keyframeCount(), 1u);
+
+  c.setBlockAddMode(true);  // bulk removals record nothing
+  c.beginMod();
+  c.remove(0);
+  EXPECT_EQ(c.endMod(), nullptr);
+}
+
+// --- undo ---------------------------------------------------------------------------------
+
+TEST(TparamCurveUndo, EveryEditRoundTripsBitwise) {
+  for (bool weighted : {true, false}) {
+    TparamCurve c(true);
+    c.setIsWeighted(weighted);
+    for (int i = 0; i < 5; ++i) {
+      c.add(Tkeyframe(static_cast<float>(i), std::cos(i) * 4.0, kTangentSpline, kTangentClamped));
+    }
+    const auto edits = {
+        +[](TparamCurve& k) { return k.insert(TtimeValue(2.3f), false, false); },
+        +[](TparamCurve& k) { return k.insert(Tkeyframe(4.5f, 1.0), /*keepShape=*/false, false); },
+        +[](TparamCurve& k) { return k.add(Tkeyframe(1.0f, -3.0, kTangentFlat, kTangentStep)); },
+        +[](TparamCurve& k) { return k.insert(Tkeyframe(9.0f, 2.0), /*keepShape=*/true, false); },
+        +[](TparamCurve& k) {
+          k.remove(2);
+          return true;
+        },
+    };
+    int n = 0;
+    for (auto edit : edits) {
+      const std::vector<TkeyState> before = state(c);
+      TparamCurveDeltaUser action;
+      action.beginParamCurveMod(c);
+      ASSERT_TRUE(edit(c));
+      ASSERT_TRUE(action.endParamCurveMod(c)) << n;
+      const std::vector<TkeyState> after = state(c);
+      action.undoPC();
+      EXPECT_EQ(state(c), before) << "edit " << n << " weighted " << weighted;
+      action.redoPC();
+      EXPECT_EQ(state(c), after) << "edit " << n << " weighted " << weighted;
+      ++n;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace lumora

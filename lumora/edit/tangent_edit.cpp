@@ -1,0 +1,75 @@
+// TparamCurve: reading tangents as view-space angles and weights, and dragging.
+#include <cmath>
+
+#include "lumora/base/angle.h"
+#include "lumora/curve/param_curve.h"
+#include "lumora/curve/segment_evaluator.h"
+#include "lumora/notify/param_curve_delta.h"
+
+namespace lumora {
+
+double TparamCurve::tangentWeight(unsigned index, bool inSide, float a, float b) const {
+  const Tkeyframe* key = keyframe(index);
+  if (!key) return 0.0;
+  float x = 0.0f, y = 0.0f;
+  key->getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
+  if (isWeighted()) {
+    // The handle is one third of the tangent (the Bezier control point).
+    const double hx = static_cast<double>(x) / 3.0 * a;
+    const double hy = static_cast<double>(y) / 3.0 * b;
+    return std::sqrt(hx * hx + hy * hy);
+  }
+  return (std::fabs(x) > 1e-10 || std::fabs(y) > 1e-10) ? 1.0 : 0.0;
+}
+
+Tangle TparamCurve::tangentAngle(unsigned index, bool inSide, float a, float b) const {
+  const Tkeyframe* key = keyframe(index);
+  if (!key) return Tangle();
+  float x = 0.0f, y = 0.0f;
+  key->getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
+  if (std::fabs(x) > 1e-10) {
+    return Tangle(std::atan((static_cast<double>(y) * b) / (static_cast<double>(x) * a)));
+  }
+  if (std::fabs(y) > 1e-10) return Tangle(y >= 0.0f ? 90.0 : -90.0, TangleUnit::kDegrees, false);
+  return Tangle(0.0, TangleUnit::kDegrees, false);
+}
+
+bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
+  Tkeyframe* key = keyframe(index);
+  if (!key) return false;
+  if (inSide && key->interpMethod() == Tkeyframe::kSpanLinear) return false;
+  if (!beginChange()) return false;
+
+  if (inFileIO()) {
+    // Files carry final tangents: no type change and nothing to undo.
+    if (inSide) {
+      key->setTanIn(x, y);
+    } else {
+      key->setTanOut(x, y);
+    }
+  } else {
+    const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
+    float oldX = 0.0f, oldY = 0.0f;
+    key->getTangent(side, oldX, oldY);
+    const TtangentType oldType = key->tangentType(side);
+    if (inSide) {
+      setTanIn(key, x, y);
+    } else {
+      setTanOut(key, x, y);
+    }
+    setTangentTypeHelper(index, kTangentFixed, inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide);
+    if (isMod()) {
+      float newX = 0.0f, newY = 0.0f;
+      key->getTangent(side, newX, newY);
+      addDelta(new TPCDdragTan(this, index, inSide, oldType, kTangentFixed, oldX, oldY, newX, newY),
+               false);
+    }
+  }
+  if (staticCurve()) checkStaticTanCondition(index);
+  invalidateCache(static_cast<int>(index));
+  notifyClientsOfChange(key, 3);
+  endChange(true);
+  return true;
+}
+
+}  // namespace lumora

@@ -1,0 +1,250 @@
+// TparamCurve: automatic tangents and their scheduling.
+//
+// The rules themselves live in the segment evaluator (they differ between
+// weighted and non-weighted curves); this file decides which keys to run them
+// on after an edit, sets tangent types and scales fixed tangents.
+#include "lumora/curve/param_curve.h"
+#include "lumora/curve/segment_evaluator.h"
+#include "lumora/keys/keyframe_handle.h"
+#include "lumora/notify/param_curve_delta.h"
+
+namespace lumora {
+
+namespace {
+
+bool isClampedKind(TtangentType t) { return t == kTangentClamped || t == kTangentClampedSmooth; }
+
+}  // namespace
+
+bool TparamCurve::modifyTangents(unsigned index) {
+  const unsigned n = keyframeCount();
+  if (index >= n) return false;
+  tangentMethodIdentifier(index, /*inSide=*/true, /*otherSideDone=*/false);
+  tangentMethodIdentifier(index, /*inSide=*/false, /*otherSideDone=*/true);
+  if (index < n - 1) tangentMethodIdentifier(index + 1, /*inSide=*/true, false);
+  if (index > 0) tangentMethodIdentifier(index - 1, /*inSide=*/false, false);
+  return true;
+}
+
+bool TparamCurve::tangentMethodIdentifier(unsigned index, bool inSide, bool otherSideDone) {
+  const Tkeyframe* key = keyframe(index);
+  if (!key) return false;
+  const TtangentType type = inSide ? key->tanInType() : key->tanOutType();
+  const TtangentType other = inSide ? key->tanOutType() : key->tanInType();
+  const bool extra = !otherSideDone && isClampedKind(other);
+  if (type < kTangentFixed || type > kTangentClamped) return true;
+  if (type != kTangentSmooth && type != kTangentSpline) {
+    // Fixed still runs the helper so that a differing other side is computed.
+    modifyTangentHelper(index);
+    return true;
+  }
+  if (!otherSideDone || (other != kTangentSpline && other != kTangentSmooth)) {
+    modifyTangentHelper(index);
+  }
+  // A spline side next to a clamped side is computed again with the first
+  // result in place, because the clamped rule reads the current tangents.
+  if (extra) modifyTangentHelper(index);
+  return true;
+}
+
+void TparamCurve::modifyTangentHelper(unsigned index) {
+  if (!fSegmentEvaluator) return;
+  Tkeyframe* key = keyframe(index);
+  if (!key) return;
+  Tkeyframe* prev = index > 0 ? keyframe(index - 1) : nullptr;
+  fSegmentEvaluator->computeTangents(prev, key, keyframe(index + 1));
+  invalidateCache(static_cast<int>(index));
+}
+
+bool TparamCurve::modifySmoothTangents(unsigned first, unsigned last) {
+  if (!fSegmentEvaluator) return false;
+  const unsigned n = keyframeCount();
+  for (unsigned i = first; i <= last && i < n; ++i) {
+    Tkeyframe* prev = i > 0 ? keyframe(i - 1) : nullptr;
+    Tkeyframe* next = i + 1 < n ? keyframe(i + 1) : nullptr;
+    fSegmentEvaluator->computeTangents(prev, keyframe(i), next);
+  }
+  invalidateCache(-1);
+  return true;
+}
+
+bool TparamCurve::modifyLinearTangents(unsigned first, unsigned last) {
+  if (!fSegmentEvaluator) return false;
+  const unsigned n = keyframeCount();
+  for (unsigned i = first; i <= last && i < n; ++i) {
+    Tkeyframe* key = keyframe(i);
+    const Tkeyframe* prev = i > 0 ? keyframe(i - 1) : nullptr;
+    const Tkeyframe* next = i + 1 < n ? keyframe(i + 1) : nullptr;
+    const float t = seconds(key);
+    float inX = 0.0f, inY = 0.0f, outX = 0.0f, outY = 0.0f;
+    if (prev) {
+      inX = t - seconds(prev);
+      inY = static_cast<float>(key->value() - prev->value());
+    }
+    if (next) {
+      outX = seconds(next) - t;
+      outY = static_cast<float>(next->value() - key->value());
+    }
+    fSegmentEvaluator->setTanIn(key, inX, inY);
+    fSegmentEvaluator->setTanOut(key, outX, outY);
+    key->setInterpMethod(Tkeyframe::kSpanLinear);
+  }
+  invalidateCache(-1);
+  return true;
+}
+
+void TparamCurve::recomputeTangents(TkeyframeHandlePtrArray& keys) {
+  if (keys.count() == 0 || keyframeCount() == 0) return;
+  if (!beginChange()) return;
+  unsigned hint = kInvalidIndex;
+  unsigned previous = kInvalidIndex;
+  for (unsigned h = 0; h < keys.count(); ++h) {
+    const TkeyframeHandle* handle = keys[h];
+    if (!handle || !handle->keyframe()) continue;
+    unsigned index = hint;
+    if (!incrementalFind(timeValue(handle->keyframe()), index, /*forward=*/true)) continue;
+    hint = index;
+    if (previous == kInvalidIndex || index != previous + 1) {
+      modifyTangents(index);
+    } else {
+      const Tkeyframe* key = keyframe(index);
+      if (!key || key->tanInType() != key->tanOutType()) {
+        tangentMethodIdentifier(index, /*inSide=*/false, false);
+      }
+      if (index < keyframeCount() - 1) tangentMethodIdentifier(index + 1, /*inSide=*/true, false);
+    }
+    previous = index;
+  }
+  endChange(true);
+}
+
+void TparamCurve::setTanIn(Tkeyframe* key, float x, float y) {
+  if (!fSegmentEvaluator || !key || !beginChange()) return;
+  const bool changed = fSegmentEvaluator->setTanIn(key, x, y);
+  if (changed) {
+    unsigned index = 0;
+    if (find(timeValue(key), index)) invalidateCache(static_cast<int>(index));
+    notifyClientsOfChange(key, 3);
+  }
+  endChange(changed);
+}
+
+void TparamCurve::setTanOut(Tkeyframe* key, float x, float y) {
+  if (!fSegmentEvaluator || !key || !beginChange()) return;
+  const bool changed = fSegmentEvaluator->setTanOut(key, x, y);
+  if (changed) {
+    unsigned index = 0;
+    if (find(timeValue(key), index)) invalidateCache(static_cast<int>(index));
+    notifyClientsOfChange(key, 3);
+  }
+  endChange(changed);
+}
+
+void TparamCurve::scaleTangentX(Tkeyframe* key, float factor) {
+  if (!fSegmentEvaluator || !key || factor == 1.0f) return;
+  TtangentType in = key->tanInType();
+  TtangentType out = key->tanOutType();
+  if (factor < 0.0f && !(in != kTangentFixed && in == out)) {
+    // Mirrored time: each fixed side moves to the other side, y flipped.
+    float inX = 0.0f, inY = 0.0f, outX = 0.0f, outY = 0.0f;
+    key->getTanIn(inX, inY);
+    key->getTanOut(outX, outY);
+    if (out == kTangentFixed) fSegmentEvaluator->setTanIn(key, outX, -outY);
+    if (in == kTangentFixed) fSegmentEvaluator->setTanOut(key, inX, -inY);
+    key->setTanInType(out);
+    key->setTanOutType(in);
+    std::swap(in, out);
+    factor = -factor;
+  }
+  float x = 0.0f, y = 0.0f;
+  if (in == kTangentFixed) {
+    key->getTanIn(x, y);
+    fSegmentEvaluator->setTanIn(key, x * factor, y);
+  }
+  if (out == kTangentFixed) {
+    key->getTanOut(x, y);
+    fSegmentEvaluator->setTanOut(key, x * factor, y);
+  }
+}
+
+void TparamCurve::scaleTangentY(Tkeyframe* key, float factor) {
+  if (!fSegmentEvaluator || !key || factor == 1.0f) return;
+  float x = 0.0f, y = 0.0f;
+  if (key->tanInType() == kTangentFixed) {
+    key->getTanIn(x, y);
+    fSegmentEvaluator->setTanIn(key, x, y * factor);
+  }
+  if (key->tanOutType() == kTangentFixed) {
+    key->getTanOut(x, y);
+    fSegmentEvaluator->setTanOut(key, x, y * factor);
+  }
+}
+
+void TparamCurve::checkStaticValueCondition(unsigned index) {
+  const Tkeyframe* key = keyframe(index);
+  if (!key) return;
+  if (index > 0) {
+    const Tkeyframe* prev = keyframe(index - 1);
+    if (prev && prev->value() != key->value()) setStaticCurve(false);
+  }
+  // During file input later keys are not loaded yet, so only look back.
+  if (inFileIO() || !staticCurve() || index + 1 >= keyframeCount()) return;
+  const Tkeyframe* next = keyframe(index + 1);
+  if (next && next->value() != key->value()) setStaticCurve(false);
+}
+
+void TparamCurve::checkStaticTanCondition(unsigned index) {
+  Tkeyframe* key = keyframe(index);
+  if (!key) return;
+  float x = 0.0f, inY = 0.0f, outY = 0.0f;
+  key->getTanIn(x, inY);
+  key->getTanOut(x, outY);
+  // The y components are compared with the key's value itself; hosts rely on
+  // this exact test to decide when a curve stops being static.
+  if (inY != key->value() || outY != key->value()) {
+    setStaticCurve(false);
+    notifyClientsOfChange(key, 3);
+  }
+}
+
+void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
+                                       TpickKey::TpickBits side) {
+  const bool inSide = side == Tkeyframe::kInSide;
+  TparamCurve* curves[3] = {this, nullptr, nullptr};
+  if (fRotationInterpolation == kQuaternion) {
+    TparamCurve* x = nullptr;
+    TparamCurve* y = nullptr;
+    TparamCurve* z = nullptr;
+    if (getSiblingRotationCurves(&x, &y, &z, false) && x && y && z) {
+      curves[0] = x;
+      curves[1] = y;
+      curves[2] = z;
+    }
+  }
+  for (TparamCurve* c : curves) {
+    if (!c) continue;
+    Tkeyframe* key = c->keyframe(index);
+    if (!key) continue;
+    const TtangentType old = inSide ? key->tanInType() : key->tanOutType();
+    if (old == type) continue;
+    if (!c->beginChange()) continue;
+    float x = 0.0f, y = 0.0f;
+    key->getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
+    if (inSide) {
+      key->setTanInType(type);
+    } else {
+      key->setTanOutType(type);
+    }
+    c->setSpanInterpMethod(index);
+    c->invalidateCache(static_cast<int>(index));
+    if (c->isMod()) {
+      const TtangentType now = inSide ? key->tanInType() : key->tanOutType();
+      c->addDelta(new TPCDdragTan(c, index, inSide, old, now, x, y, x, y), false);
+    }
+    c->modifyTangents(index);
+    c->notifyClientsOfChange(key, 3);
+    c->endChange(true);
+  }
+}
+
+}  // namespace lumora

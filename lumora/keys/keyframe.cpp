@@ -1,0 +1,353 @@
+#include "lumora/keys/keyframe.h"
+
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <cstdlib>
+#include <new>
+
+#include "lumora/base/arena.h"
+#include "lumora/base/metaclass.h"
+#include "lumora/base/preference.h"
+#include "lumora/keys/internal/key_pool.h"
+#include "lumora/prefs/pref_keyframe.h"
+
+namespace lumora {
+
+namespace {
+
+// Bit of each tangent type in the in-side group (bits 0..9); the out side uses
+// the same layout shifted by 11.
+constexpr unsigned kOutShift = 11;
+constexpr std::uint32_t kSideMask = 0x3FFu;
+
+unsigned typeBit(TtangentType type) {
+  switch (type) {
+    case kTangentSmooth:
+      return 0;
+    case kTangentFixed:
+      return 1;
+    case kTangentLinear:
+      return 2;
+    case kTangentFlat:
+      return 3;
+    case kTangentStep:
+      return 4;
+    case kTangentSlow:
+      return 5;
+    case kTangentFast:
+      return 6;
+    case kTangentClampedSmooth:
+      return 7;
+    case kTangentClamped:
+      return 9;
+    default:
+      return 8;  // spline, and every value outside 1..10
+  }
+}
+
+// Decoding order is fixed: the first bit that is set wins, so a corrupt word
+// with several type bits still decodes the same way everywhere.
+TtangentType decodeSide(std::uint32_t side) {
+  constexpr struct {
+    unsigned bit;
+    TtangentType type;
+  } kOrder[] = {{8, kTangentSpline}, {1, kTangentFixed},  {2, kTangentLinear},
+                {3, kTangentFlat},   {4, kTangentStep},   {5, kTangentSlow},
+                {6, kTangentFast},   {9, kTangentClamped}, {0, kTangentSmooth},
+                {7, kTangentClampedSmooth}};
+  for (const auto& entry : kOrder) {
+    if (side & (1u << entry.bit)) return entry.type;
+  }
+  return kTangentSpline;
+}
+
+float clampTangentComponent(float v) {
+  if (std::isnan(v)) return 0.0f;
+  if (v <= -FLT_MAX) return -FLT_MAX;
+  if (v >= FLT_MAX) return FLT_MAX;
+  if (v > -1e-5f && v < 1e-5f) return 0.0f;
+  return v;
+}
+
+TprefKeyframe* keyframePreference() {
+  TpreferenceItem* item = nullptr;
+  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item) || !item) {
+    return nullptr;
+  }
+  if (!item->typeof() || !item->typeof()->istype(TprefKeyframeTmeta)) return nullptr;
+  return static_cast<TprefKeyframe*>(item);
+}
+
+}  // namespace
+
+// --- Construction -------------------------------------------------------------
+
+void Tkeyframe::initialise(double value, float w, TtangentType in, TtangentType out) {
+  fValue = value;
+  fTanInX = fTanInY = fTanOutX = fTanOutY = 0.0f;
+  fFlags.clear();
+  fQuaternionEulerCache = nullptr;
+  fQuaternionW = w;
+  updateGlobalTangentTypes(in, out);
+  setLocked(false);
+  setTangentsLocked(true);
+  setWeightsLocked(true);
+  setInterpMethod(kSpanCurve);
+}
+
+Tkeyframe::Tkeyframe() { initialise(0.0, 1.0f, kTangentGlobal, kTangentGlobal); }
+
+Tkeyframe::Tkeyframe(float seconds, double value, TtangentType in, TtangentType out)
+    : fTime(std::bit_cast<std::uint32_t>(seconds)) {
+  initialise(value, 1.0f, in, out);
+}
+
+Tkeyframe::Tkeyframe(TanimTime ticks, double value, TtangentType in, TtangentType out)
+    : fTime(static_cast<std::uint32_t>(ticks.inTicks())) {
+  initialise(value, 1.0f, in, out);
+}
+
+Tkeyframe::Tkeyframe(const TtimeValue& time, double value, TtangentType in, TtangentType out) {
+  initialise(value, 1.0f, in, out);
+  if (time.isAnimTime()) {
+    fTime = static_cast<std::uint32_t>(time.asAnimTime().inTicks());
+  } else if (time.isFloat()) {
+    fTime = std::bit_cast<std::uint32_t>(time.asFloat());
+  }
+}
+
+Tkeyframe::Tkeyframe(float seconds, double value, double w, TtangentType in, TtangentType out)
+    : fTime(std::bit_cast<std::uint32_t>(seconds)) {
+  initialise(value, static_cast<float>(w), in, out);
+}
+
+Tkeyframe::Tkeyframe(TanimTime ticks, double value, double w, TtangentType in, TtangentType out)
+    : fTime(static_cast<std::uint32_t>(ticks.inTicks())) {
+  initialise(value, static_cast<float>(w), in, out);
+}
+
+Tkeyframe::Tkeyframe(const TtimeValue& time, double value, double w, TtangentType in,
+                     TtangentType out)
+    : Tkeyframe(time, value, in, out) {
+  fQuaternionW = static_cast<float>(w);
+}
+
+Tkeyframe::Tkeyframe(const Tkeyframe& other) {
+  *this = other;
+  fFlags.setBit(kBitKeyActive, false);
+  fFlags.setBit(kBitInTangentActive, false);
+  fFlags.setBit(kBitOutTangentActive, false);
+}
+
+Tkeyframe& Tkeyframe::operator=(const Tkeyframe& other) {
+  if (this == &other) return *this;
+  const bool keyActive = isKeyframeActive();
+  const bool inActive = isInTangentActive();
+  const bool outActive = isOutTangentActive();
+  const bool deleted = toBeDeleted();
+
+  fValue = other.fValue;
+  fTime = other.fTime;
+  fTanInX = other.fTanInX;
+  fTanInY = other.fTanInY;
+  fTanOutX = other.fTanOutX;
+  fTanOutY = other.fTanOutY;
+  fQuaternionW = other.fQuaternionW;
+  fFlags = other.fFlags;
+  fQuaternionEulerCache = nullptr;
+
+  // Selection belongs to the key object, not to its content.
+  setActive(TbitField32(TpickKey::kPickKey | TpickKey::kPickInTangent | TpickKey::kPickOutTangent),
+            false);
+  if (keyActive) setActive(TbitField32(TpickKey::kPickKey), true);
+  if (inActive) setActive(TbitField32(TpickKey::kPickInTangent), true);
+  if (outActive) setActive(TbitField32(TpickKey::kPickOutTangent), true);
+  setToBeDeleted(deleted);
+  return *this;
+}
+
+void* Tkeyframe::operator new(std::size_t size) {
+  TcompactArena* pool = internal::keyPool();
+  void* p = nullptr;
+  if (pool && !TpureArena::sPurifyInUse) p = pool->allocate(size, alignof(Tkeyframe));
+  if (!p) p = std::malloc(size);
+  if (!p) throw std::bad_alloc();
+  return p;
+}
+
+void Tkeyframe::operator delete(void* p) noexcept {
+  if (!p) return;
+  TcompactArena* pool = internal::keyPool();
+  if (pool && pool->deallocate(p)) return;
+  std::free(p);  // a block taken from malloc while a memory checker was in use
+}
+
+// --- Value and time ------------------------------------------------------------
+
+Tkeyframe& Tkeyframe::setValue(double v) {
+  if (std::isnan(v)) v = 0.0;
+  if (v < -DBL_MAX) {
+    v = -DBL_MAX;
+  } else if (v >= DBL_MAX) {
+    v = DBL_MAX;
+  } else if (v > -1e-10 && v < 1e-10) {
+    v = 0.0;
+  }
+  fValue = v;
+  return *this;
+}
+
+float Tkeyframe::timeAsFloat() const { return std::bit_cast<float>(fTime); }
+
+Tkeyframe& Tkeyframe::setTime(float seconds) {
+  fTime = std::bit_cast<std::uint32_t>(seconds);
+  return *this;
+}
+
+Tkeyframe& Tkeyframe::setTime(TanimTime ticks) {
+  fTime = static_cast<std::uint32_t>(ticks.inTicks());
+  return *this;
+}
+
+Tkeyframe& Tkeyframe::setTime(const TtimeValue& time) {
+  if (time.isAnimTime()) return setTime(time.asAnimTime());
+  if (!time.isFloat()) {
+    fTime = 0;
+    return *this;
+  }
+  float t = time.asFloat();
+  if (std::isnan(t)) {
+    t = 0.0f;
+  } else if (t <= -FLT_MAX) {
+    t = -FLT_MAX;
+  } else if (t >= FLT_MAX) {
+    t = FLT_MAX;
+  } else if (t > -1e-5f && t < 1e-5f) {
+    t = 0.0f;
+  }
+  return setTime(t);
+}
+
+Tkeyframe& Tkeyframe::setTimeAndValue(const TtimeValue& time, double value, double w) {
+  setTime(time);
+  setValue(value);
+  Tkeyframe clampW;
+  clampW.setValue(w);
+  fQuaternionW = static_cast<float>(clampW.value());
+  return *this;
+}
+
+// --- Tangents --------------------------------------------------------------------
+
+void Tkeyframe::getTangent(TpickKey::TpickBits which, float& x, float& y) const {
+  if (which == kInSide) {
+    getTanIn(x, y);
+  } else {
+    getTanOut(x, y);
+  }
+}
+
+Tkeyframe& Tkeyframe::setTanIn(float x, float y) {
+  fTanInX = x < 0.0f ? 0.0f : clampTangentComponent(x);
+  fTanInY = clampTangentComponent(y);
+  return *this;
+}
+
+Tkeyframe& Tkeyframe::setTanOut(float x, float y) {
+  fTanOutX = x < 0.0f ? 0.0f : clampTangentComponent(x);
+  fTanOutY = clampTangentComponent(y);
+  return *this;
+}
+
+TtangentType Tkeyframe::tanInType() const { return decodeSide(fFlags.bits() & kSideMask); }
+
+TtangentType Tkeyframe::tanOutType() const {
+  return decodeSide((fFlags.bits() >> kOutShift) & kSideMask);
+}
+
+Tkeyframe& Tkeyframe::setTanInType(TtangentType type) {
+  if (type == kTangentGlobal) {
+    updateGlobalTangentTypes(kTangentGlobal, tanOutType());
+    return *this;
+  }
+  fFlags.setBits((fFlags.bits() & ~kSideMask) | (1u << typeBit(type)));
+  return *this;
+}
+
+Tkeyframe& Tkeyframe::setTanOutType(TtangentType type) {
+  if (type == kTangentGlobal) {
+    updateGlobalTangentTypes(tanInType(), kTangentGlobal);
+    return *this;
+  }
+  fFlags.setBits((fFlags.bits() & ~(kSideMask << kOutShift)) |
+                 (1u << (typeBit(type) + kOutShift)));
+  return *this;
+}
+
+TtangentType Tkeyframe::tangentType(TpickKey::TpickBits which) const {
+  return which == kInSide ? tanInType() : tanOutType();
+}
+
+Tkeyframe& Tkeyframe::setTangentType(TpickKey::TpickBits which, TtangentType type) {
+  return which == kInSide ? setTanInType(type) : setTanOutType(type);
+}
+
+void Tkeyframe::updateGlobalTangentTypes(TtangentType in, TtangentType out) {
+  if (in == kTangentGlobal || out == kTangentGlobal) {
+    const TprefKeyframe* pref = keyframePreference();
+    if (in == kTangentGlobal) in = pref ? pref->inTangentType() : kTangentSpline;
+    if (out == kTangentGlobal) out = pref ? pref->outTangentType() : kTangentSpline;
+  }
+  // A preference holding 0 must not send us round again.
+  setTanInType(in == kTangentGlobal ? kTangentSpline : in);
+  setTanOutType(out == kTangentGlobal ? kTangentSpline : out);
+}
+
+Tkeyframe::TspanInterpMethod Tkeyframe::interpMethod() const {
+  if (fFlags.testBit(kBitLinearSpan)) return kSpanLinear;
+  if (tanOutType() == kTangentStep) return kSpanStep;
+  return kSpanCurve;
+}
+
+Tkeyframe& Tkeyframe::setInterpMethod(int method) {
+  return setBit(kBitLinearSpan, method == kSpanLinear);
+}
+
+// --- Flags ----------------------------------------------------------------------
+
+Tkeyframe& Tkeyframe::setActive(const TbitField32& mask, bool on) {
+  if (!on) {
+    if (mask.testBit(0)) fFlags.setBit(kBitKeyActive, false);
+    if (mask.testBit(1)) fFlags.setBit(kBitInTangentActive, false);
+    if (mask.testBit(2)) fFlags.setBit(kBitOutTangentActive, false);
+    return *this;
+  }
+  const TbitField32 current((fFlags.bits() & kActiveMask) >> kBitKeyActive);
+  const TbitField32 merged = TpickKey::merge(current, mask);
+  fFlags.setBits((fFlags.bits() & ~kActiveMask) | ((merged.bits() & 7u) << kBitKeyActive));
+  return *this;
+}
+
+// --- Tolerant comparison ----------------------------------------------------------
+
+bool Tkeyframe::operator==(const Tkeyframe& o) const {
+  return std::fabs(timeAsFloat() - o.timeAsFloat()) <= kTimeTolerance;
+}
+bool Tkeyframe::operator!=(const Tkeyframe& o) const {
+  return std::fabs(timeAsFloat() - o.timeAsFloat()) > kTimeTolerance;
+}
+bool Tkeyframe::operator<(const Tkeyframe& o) const {
+  return timeAsFloat() < o.timeAsFloat() - kTimeTolerance;
+}
+bool Tkeyframe::operator>(const Tkeyframe& o) const {
+  return timeAsFloat() > o.timeAsFloat() + kTimeTolerance;
+}
+bool Tkeyframe::operator<=(const Tkeyframe& o) const {
+  return timeAsFloat() <= o.timeAsFloat() + kTimeTolerance;
+}
+bool Tkeyframe::operator>=(const Tkeyframe& o) const {
+  return timeAsFloat() >= o.timeAsFloat() - kTimeTolerance;
+}
+
+}  // namespace lumora

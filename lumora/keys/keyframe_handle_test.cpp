@@ -1,0 +1,240 @@
+#include "lumora/keys/keyframe_handle.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "lumora/curve/param_curve.h"
+#include "lumora/curve/param_curve_test_support.h"
+#include "lumora/keys/keyframe.h"
+#include "lumora/notify/message_recorder_test_support.h"
+#include "lumora/notify/param_curve_msgs.h"
+
+namespace lumora {
+
+// Reaches the copy-on-write machinery, which the library uses internally.
+class TkeyframeHandleTestAccess {
+ public:
+  static void ensureUniqueData(TkeyframeHandle& h) { h.ensureUniqueData(); }
+  static const TkeyframeHandleData* data(const TkeyframeHandle& h) { return h.fData; }
+};
+
+namespace {
+
+using Access = TparamCurveTestAccess;
+using HandleAccess = TkeyframeHandleTestAccess;
+
+// A float curve with keys at 0, 1 and 2 s (values 0, 10, 20).
+class KeyframeHandle : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (int i = 0; i < 3; ++i) {
+      keys[i] = new Tkeyframe(static_cast<float>(i), 10.0 * i);
+      ASSERT_GE(Access::arrayInsert(curve, keys[i]), 0);
+    }
+  }
+  // What TparamCurve::remove and the undo of a removal tell the curve's clients.
+  void removeNotice(Tkeyframe* key) { Access::sendAddDeleteMessage(curve, key, false); }
+  void reAddNotice(Tkeyframe* key) { Access::sendAddDeleteMessage(curve, key, true); }
+
+  TparamCurve curve{/*isFloat=*/true};
+  Tkeyframe* keys[3] = {};
+};
+
+TEST_F(KeyframeHandle, ConstructorsFindTheKey) {
+  const TkeyframeHandle byTime(&curve, 1.0f);
+  const TkeyframeHandle byIndex(&curve, 2u);
+  const TkeyframeHandle byKey(&curve, keys[0]);
+  EXPECT_EQ(byTime.keyframe(), keys[1]);
+  EXPECT_EQ(byIndex.keyframe(), keys[2]);
+  EXPECT_EQ(byKey.keyframe(), keys[0]);
+  for (const TkeyframeHandle* h : {&byTime, &byIndex, &byKey}) {
+    EXPECT_TRUE(h->isValid());
+    EXPECT_EQ(h->paramCurve(), &curve);
+  }
+  EXPECT_EQ(byTime.value(), 10.0);
+  EXPECT_EQ(byTime.index(), 1u);
+  EXPECT_EQ(byTime.seconds(), 1.0f);
+  EXPECT_EQ(byTime.timeValue(), TtimeValue(1.0f));
+  // Within the float time tolerance.
+  EXPECT_EQ(TkeyframeHandle(&curve, 2.000004f).keyframe(), keys[2]);
+}
+
+TEST_F(KeyframeHandle, MissingKeysGiveInvalidHandlesWithNeutralAnswers) {
+  const TkeyframeHandle byTime(&curve, 1.5f);
+  const TkeyframeHandle byIndex(&curve, 3u);
+  const TkeyframeHandle nullCurve(nullptr, keys[0]);
+  const TkeyframeHandle empty;
+  for (const TkeyframeHandle* h : {&byTime, &byIndex, &nullCurve, &empty}) {
+    EXPECT_FALSE(h->isValid());
+    EXPECT_EQ(h->keyframe(), nullptr);
+    EXPECT_EQ(h->index(), TkeyframeHandle::kInvalidIndex);
+    EXPECT_EQ(h->value(), 0.0);
+    EXPECT_EQ(h->seconds(), 0.0f);
+    EXPECT_TRUE(h->timeValue().isNeither());
+    float x = 7.0f, y = 8.0f;
+    EXPECT_FALSE(h->getTanIn(x, y));
+    EXPECT_FALSE(h->getTanOut(x, y));
+    EXPECT_EQ(x, 7.0f);
+    EXPECT_EQ(y, 8.0f);
+  }
+  EXPECT_EQ(byTime.paramCurve(), &curve);
+  EXPECT_EQ(empty.paramCurve(), nullptr);
+  TparamCurve noKeys(true);
+  EXPECT_FALSE(TkeyframeHandle(&noKeys, 0.0f).isValid());
+}
+
+TEST(KeyframeHandleTicks, TickKeyAt6000TicksIsOneSecond) {
+  TparamCurve ticks(/*isFloat=*/false);
+  auto* key = new Tkeyframe(TanimTime(6000), 3.0);
+  ASSERT_GE(Access::arrayInsert(ticks, key), 0);
+  const TkeyframeHandle h(&ticks, TanimTime(6000));
+  ASSERT_EQ(h.keyframe(), key);
+  EXPECT_EQ(h.seconds(), 1.0f);
+  EXPECT_TRUE(h.timeValue().isAnimTime());
+  EXPECT_EQ(h.timeValue().asAnimTime().inTicks(), 6000);
+  EXPECT_EQ(TkeyframeHandle(&ticks, 1.0f).keyframe(), key);
+  EXPECT_EQ(TkeyframeHandle(&ticks, TanimTime(6001)).keyframe(), nullptr);
+}
+
+TEST_F(KeyframeHandle, RegisteredHandleFollowsRemovalAndUndo) {
+  TkeyframeHandle h(&curve, keys[1], /*makeClient=*/true);
+  removeNotice(keys[0]);  // another key: no effect
+  EXPECT_TRUE(h.isValid());
+  removeNotice(keys[1]);
+  EXPECT_FALSE(h.isValid());
+  EXPECT_EQ(h.keyframe(), keys[1]);  // the key object lives on in the undo record
+  reAddNotice(keys[1]);
+  EXPECT_TRUE(h.isValid());
+  EXPECT_EQ(h.index(), 1u);
+}
+
+TEST_F(KeyframeHandle, UnregisteredHandleDoesNotHearRemovals) {
+  TkeyframeHandle h(&curve, keys[1]);
+  removeNotice(keys[1]);
+  EXPECT_TRUE(h.isValid());
+  h.makeClient();
+  removeNotice(keys[1]);
+  EXPECT_FALSE(h.isValid());
+}
+
+TEST_F(KeyframeHandle, IndexFollowsTheKeyAcrossInsertions) {
+  const TkeyframeHandle h(&curve, keys[2]);
+  ASSERT_GE(Access::arrayInsert(curve, new Tkeyframe(-1.0f, 5.0)), 0);
+  EXPECT_EQ(h.index(), 3u);
+  EXPECT_EQ(h.keyframe(), keys[2]);
+  keys[2]->setValue(99.0);
+  EXPECT_EQ(h.value(), 99.0);
+}
+
+TEST_F(KeyframeHandle, CopiesShareOneRecordAndOneRegistration) {
+  TkeyframeHandle h(&curve, keys[0]);
+  {
+    const TkeyframeHandle copy(h, /*makeClient=*/true);
+    EXPECT_EQ(HandleAccess::data(copy), HandleAccess::data(h));
+    EXPECT_EQ(HandleAccess::data(h)->refCount(), 2u);
+    EXPECT_EQ(curve.clientCount(), 1u);
+    TkeyframeHandle assigned;
+    assigned = copy;
+    const TkeyframeHandle& alias = assigned;
+    assigned = alias;  // self-assignment keeps the share
+    EXPECT_EQ(HandleAccess::data(h)->refCount(), 3u);
+    removeNotice(keys[0]);
+    EXPECT_FALSE(h.isValid());  // the original hears through the shared record
+  }
+  EXPECT_EQ(HandleAccess::data(h)->refCount(), 1u);
+  EXPECT_EQ(curve.clientCount(), 1u);
+  h = TkeyframeHandle();
+  // The last handle took the registered record with it.
+  EXPECT_EQ(curve.clientCount(), 0u);
+}
+
+TEST_F(KeyframeHandle, EqualityComparesKeyCurveAndValidity) {
+  const TkeyframeHandle a(&curve, keys[1]);
+  TkeyframeHandle b(&curve, 1.0f, /*makeClient=*/true);
+  const TkeyframeHandle copy(a);
+  EXPECT_TRUE(a == b);
+  EXPECT_TRUE(a == copy);
+  EXPECT_FALSE(a == TkeyframeHandle(&curve, keys[2]));
+  EXPECT_FALSE(a == TkeyframeHandle());
+  EXPECT_FALSE(TkeyframeHandle() == a);
+  EXPECT_TRUE(TkeyframeHandle() == TkeyframeHandle());
+  TparamCurve other(true);
+  EXPECT_FALSE(a == TkeyframeHandle(&other, keys[1]));
+  removeNotice(keys[1]);  // b hears, a does not
+  EXPECT_TRUE(a != b);
+}
+
+TEST_F(KeyframeHandle, UniqueDataStopsHearingUntilRegisteredAgain) {
+  const TkeyframeHandle registered(&curve, keys[2], /*makeClient=*/true);
+  TkeyframeHandle h(registered);
+  HandleAccess::ensureUniqueData(h);
+  ASSERT_NE(HandleAccess::data(h), HandleAccess::data(registered));
+  EXPECT_EQ(HandleAccess::data(h)->refCount(), 1u);
+  EXPECT_EQ(HandleAccess::data(registered)->refCount(), 1u);
+  EXPECT_FALSE(HandleAccess::data(h)->isRegistered());
+  EXPECT_TRUE(h == registered);  // same key, curve and validity
+
+  removeNotice(keys[2]);
+  EXPECT_FALSE(registered.isValid());
+  EXPECT_TRUE(h.isValid());
+  h.makeClient();
+  reAddNotice(keys[2]);
+  removeNotice(keys[2]);
+  EXPECT_FALSE(h.isValid());
+  EXPECT_EQ(curve.clientCount(), 2u);
+
+  // Unique already: nothing changes. No record: an empty one.
+  const TkeyframeHandleData* before = HandleAccess::data(h);
+  HandleAccess::ensureUniqueData(h);
+  EXPECT_EQ(HandleAccess::data(h), before);
+  TkeyframeHandle empty;
+  HandleAccess::ensureUniqueData(empty);
+  ASSERT_NE(HandleAccess::data(empty), nullptr);
+  EXPECT_EQ(empty.paramCurve(), nullptr);
+  empty.makeClient();  // no curve: nothing to register with
+  EXPECT_FALSE(HandleAccess::data(empty)->isRegistered());
+}
+
+TEST_F(KeyframeHandle, DestroyedCurveIsForgotten) {
+  auto doomed = std::make_unique<TparamCurve>(/*isFloat=*/true);
+  ASSERT_GE(Access::arrayInsert(*doomed, new Tkeyframe(1.0f, 4.0)), 0);
+  const TkeyframeHandle h(doomed.get(), 0u, /*makeClient=*/true);
+  ASSERT_EQ(h.value(), 4.0);
+  doomed.reset();
+  EXPECT_EQ(h.paramCurve(), nullptr);
+  EXPECT_FALSE(h.isValid());
+  EXPECT_FALSE(HandleAccess::data(h)->isRegistered());
+  EXPECT_EQ(h.keyframe(), nullptr);
+  EXPECT_EQ(h.value(), 0.0);
+  EXPECT_EQ(h.index(), TkeyframeHandle::kInvalidIndex);
+}
+
+TEST_F(KeyframeHandle, TimeValueRefIsOneScratchValue) {
+  const TkeyframeHandle first(&curve, keys[1]);
+  const TkeyframeHandle second(&curve, keys[2]);
+  const TtimeValue& ref = first.timeValueRef();
+  EXPECT_EQ(ref, TtimeValue(1.0f));
+  EXPECT_EQ(&second.timeValueRef(), &ref);
+  EXPECT_EQ(ref, TtimeValue(2.0f));
+  EXPECT_TRUE(TkeyframeHandle().timeValueRef().isNeither());
+}
+
+TEST_F(KeyframeHandle, ModifiedMessageHandleCanBeKept) {
+  struct Tkeeper : Tclient {
+    TkeyframeHandle kept;
+  } keeper;
+  curve.addClient(&keeper, TparamCurveModifiedMsgTmeta,
+                  [](Tclient* c, TclientServer*, const TserverMsg& m) {
+                    const auto& msg = static_cast<const TparamCurveModifiedMsg&>(m);
+                    static_cast<Tkeeper*>(c)->kept =
+                        TkeyframeHandle(*msg.keyframeHandle(), /*makeClient=*/true);
+                  });
+  Access::notifyClientsOfChange(curve, keys[0], TparamCurveModifiedMsg::kKeyChanged);
+  EXPECT_EQ(keeper.kept.keyframe(), keys[0]);
+  removeNotice(keys[0]);
+  EXPECT_FALSE(keeper.kept.isValid());
+}
+
+}  // namespace
+}  // namespace lumora

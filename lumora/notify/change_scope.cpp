@@ -1,0 +1,145 @@
+// Change scopes of TparamCurve and the messages they send.
+//
+// Every edit runs between beginChange() and endChange(). Procedural and
+// referenced curves ask the global helpers for leave first; the outermost
+// scope asks whether connections must be marked dirty, and on closing tells
+// the helpers and then hands the curve to the depot, which tells the global
+// clients. Per-key messages go to the curve's own clients as each key changes.
+#include "lumora/curve/param_curve.h"
+#include "lumora/keys/keyframe_handle.h"
+#include "lumora/notify/internal/msg_records.h"
+#include "lumora/notify/internal/notify_module.h"
+#include "lumora/notify/msg_depot.h"
+#include "lumora/notify/param_curve_msgs.h"
+
+namespace lumora {
+
+namespace {
+
+// Module-wide, unguarded (everything runs on the caller's thread).
+// Set once the helpers have been told to stop model updates in the current
+// outermost scope; cleared when any curve opens an outermost scope.
+bool gModelUpdatesDisabled = false;
+// Never set by the library: a hook that silences per-curve modified messages.
+bool gMessagesSilenced = false;
+
+// Sends `msg` to the global helpers. Without a depot (the module is stopped)
+// nobody hears it, so every question stays unanswered.
+void askHelpers(const TparamCurveHelperMsg& msg) {
+  if (TparamCurveMsgDepot* depot = internal::msgDepot()) depot->notifyClients(msg);
+}
+
+// True when the helpers allow `request` on a curve; `approved` reads the
+// bit that must have been set.
+bool helpersApprove(TparamCurveHelperMsg::ThelpRequest request,
+                    bool (TparamCurveHelperMsg::*approved)() const) {
+  const TparamCurveHelperMsg query(request, /*markConnectionsDirty=*/true);
+  askHelpers(query);
+  return (query.*approved)();
+}
+
+}  // namespace
+
+// --- Module-wide flags -------------------------------------------------------------
+
+namespace internal {
+
+void resetChangeScopeFlags() {
+  gModelUpdatesDisabled = false;
+  gMessagesSilenced = false;
+}
+
+bool messagesSilenced() {
+  return gMessagesSilenced;
+}
+void setMessagesSilenced(bool silenced) {
+  gMessagesSilenced = silenced;
+}
+bool modelUpdatesDisabled() {
+  return gModelUpdatesDisabled;
+}
+
+}  // namespace internal
+
+// --- Scopes --------------------------------------------------------------------------
+
+bool TparamCurve::canSelect() {
+  if (isProcedural() && !helpersApprove(TparamCurveHelperMsg::kHelpProcedural,
+                                        &TparamCurveHelperMsg::creatingProceduralObjectState)) {
+    return false;
+  }
+  if (isReference() && !helpersApprove(TparamCurveHelperMsg::kHelpReference,
+                                       &TparamCurveHelperMsg::creatingReferenceObjectState)) {
+    return false;
+  }
+  return true;
+}
+
+bool TparamCurve::beginChange() {
+  // Asked on every call, nested or not: a refusal leaves the depth alone.
+  if (!canSelect()) return false;
+  if (fChangeDepth == 0) {
+    gModelUpdatesDisabled = false;
+    const TparamCurveHelperMsg query(TparamCurveHelperMsg::kHelpBeginChange,
+                                     /*markConnectionsDirty=*/true);
+    askHelpers(query);
+    fConnectionsDirty = query.markConnectionsDirtyState();
+  }
+  ++fChangeDepth;
+  return true;
+}
+
+void TparamCurve::endChange(bool changed) {
+  // Unguarded on purpose: an unmatched call wraps the 16-bit depth.
+  --fChangeDepth;
+  if (changed) fChangedInChange = true;
+  if (fChangeDepth != 0) return;
+
+  // Helpers hear of the close before global clients hear of the curve.
+  askHelpers(TparamCurveHelperMsg(TparamCurveHelperMsg::kHelpUpdate, fConnectionsDirty));
+  if (fChangedInChange) {
+    if (TparamCurveMsgDepot* depot = internal::msgDepot()) depot->addChangedCurve(this);
+  }
+  fChangedInChange = false;
+}
+
+// --- Per-curve messages ------------------------------------------------------------
+
+void TparamCurve::notifyClientsOfChange(Tkeyframe* key, int type) {
+  if (inFileIO() && !notifyClientsDuringFileIO()) return;
+  if (gMessagesSilenced) return;
+
+  TkeyframeHandle handle(this, key, /*makeClient=*/false);
+  const TparamCurveModifiedMsg msg(&handle,
+                                   static_cast<TparamCurveModifiedMsg::TmessageType>(type));
+  notifyClients(msg);
+  if (fChangeDepth != 0 && !gModelUpdatesDisabled) disableAnimCurveModelUpdates();
+}
+
+void TparamCurve::notifyClientsOfChange(unsigned index, int type) {
+  notifyClientsOfChange(keyframe(index), type);
+}
+
+void TparamCurve::disableAnimCurveModelUpdates() {
+  gModelUpdatesDisabled = true;
+  askHelpers(TparamCurveHelperMsg(TparamCurveHelperMsg::kHelpUpdate,
+                                  /*markConnectionsDirty=*/false));
+}
+
+void TparamCurve::sendAddDeleteMessage(Tkeyframe* key, bool added) {
+  // Built only when someone listens: removals in bulk stay cheap.
+  if (!hasClientMessage(nullptr, TkeyframeAddDeleteMsgTmeta)) return;
+  const TkeyframeAddDeleteMsg msg(key, added);
+  notifyClients(msg);
+}
+
+void TparamCurve::markDirty() {
+  if (keyframeCount() == 0) return;
+  if (!beginChange()) return;
+  invalidateCache(-1);
+  if (isQuaternion(fRotationInterpolation)) dirtyQuaternionEulerCache(-1);
+  notifyClientsOfChange(keyframe(0), TparamCurveModifiedMsg::kKeyChanged);
+  endChange(true);
+}
+
+}  // namespace lumora
