@@ -34,6 +34,7 @@
 #include "lumora/keys/tangent_type.h"
 #include "lumora/notify/delta.h"
 #include "lumora/notify/msg_depot.h"
+#include "lumora/notify/param_curve_delta.h"
 #include "lumora/notify/param_curve_msgs.h"
 #include "lumora/prefs/pref_keyframe.h"
 #include "lumora/select/pick_key.h"
