@@ -4,6 +4,7 @@
 
 #include <iterator>
 #include <map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -60,6 +61,11 @@ std::vector<std::pair<int, int>> contents(const std::map<int, int>& m) {
   return {m.begin(), m.end()};
 }
 
+// The key at the bookmark; -1 at "no node".
+int keyAt(const Tbookmark& m) {
+  return m.valid() ? as(m.node()).fKey : -1;
+}
+
 // Keys and values from a fixed linear congruential sequence.
 struct Lcg {
   unsigned state = 12345;
@@ -80,23 +86,17 @@ TEST(Tdictionary, MatchesOrderedMapOverRandomEdits) {
       if (op < 5) {
         const int value = rnd(1000);
         TdictionaryNode* n = d.insertNode(CountedNode(key, value));
-        ASSERT_NE(n, nullptr);
-        EXPECT_EQ(as(n).fKey, key);
+        ASSERT_EQ(n ? as(n).fKey : -1, key);
         model[key] = value;
       } else if (op < 8) {
         ASSERT_EQ(d.removeNode(CountedNode(key)), model.erase(key) == 1) << step;
       } else {
         const TdictionaryNode* n = d.searchNode(CountedNode(key));
         const auto it = model.find(key);
-        ASSERT_EQ(n != nullptr, it != model.end()) << step;
-        if (n != nullptr) {
-          EXPECT_EQ(as(n).fValue, it->second);
-        }
+        ASSERT_EQ(n ? as(n).fValue : -1, it != model.end() ? it->second : -1) << step;
       }
       ASSERT_EQ(d.count(), model.size());
-      if (step % 1000 == 0) {
-        ASSERT_EQ(contents(d), contents(model)) << step;
-      }
+      ASSERT_TRUE(step % 1000 != 0 || contents(d) == contents(model)) << step;
     }
     ASSERT_EQ(contents(d), contents(model));
     EXPECT_EQ(CountedNode::sLive, static_cast<int>(model.size()));
@@ -120,30 +120,21 @@ TEST(Tdictionary, DuplicateInsertUpdatesTheStoredNode) {
   CountedNode::sSetValueCalls = 0;
   TdictionaryNode* first = d.insertNode(CountedNode(7, 1));
   TdictionaryNode* again = d.insertNode(CountedNode(7, 2));
-  EXPECT_EQ(first, again);
-  EXPECT_EQ(as(first).fValue, 2);
-  EXPECT_EQ(CountedNode::sSetValueCalls, 1);
-  EXPECT_EQ(d.count(), 1u);
-  EXPECT_EQ(CountedNode::sLive, 1);
+  EXPECT_EQ(std::tuple(again, as(first).fValue, CountedNode::sSetValueCalls, d.count(),
+                       CountedNode::sLive),
+            std::tuple(first, 2, 1, 1u, 1));
 }
 
 TEST(Tdictionary, RemoveAbsentResetAndFailedClones) {
   Tdictionary d;
   EXPECT_FALSE(d.removeNode(CountedNode(1)));
-  EXPECT_EQ(d.first(), nullptr);
-  EXPECT_EQ(d.last(), nullptr);
+  EXPECT_EQ(std::tuple(d.first(), d.last()), std::tuple(nullptr, nullptr));
   for (int k : {5, 1, 3}) d.insertNode(CountedNode(k));
   EXPECT_FALSE(d.removeNode(CountedNode(2)));
-  EXPECT_EQ(d.count(), 3u);
-
-  // A probe whose clone fails changes nothing.
-  EXPECT_EQ(d.insertNode(FailingNode(4)), nullptr);
-  EXPECT_EQ(d.count(), 3u);
-
+  EXPECT_EQ(d.insertNode(FailingNode(4)), nullptr);  // a probe whose clone fails changes nothing
+  EXPECT_EQ(contents(d), (std::vector<std::pair<int, int>>{{1, 0}, {3, 0}, {5, 0}}));
   d.reset();
-  EXPECT_TRUE(d.empty());
-  EXPECT_EQ(d.first(), nullptr);
-  EXPECT_EQ(CountedNode::sLive, 0);
+  EXPECT_EQ(std::tuple(d.empty(), d.first(), CountedNode::sLive), std::tuple(true, nullptr, 0));
   d.insertNode(CountedNode(9));  // usable after reset
   EXPECT_EQ(contents(d), (std::vector<std::pair<int, int>>{{9, 0}}));
 }
@@ -154,15 +145,11 @@ TEST(Tdictionary, CopyAndMoveOwnTheirNodes) {
     for (int k = 0; k < 100; ++k) a.insertNode(CountedNode(k * 7 % 100, k));
     Tdictionary b(a);
     EXPECT_EQ(contents(b), contents(a));
-    EXPECT_NE(b.first(), a.first());
-    EXPECT_EQ(CountedNode::sLive, 200);
-
+    EXPECT_TRUE(b.first() != a.first() && CountedNode::sLive == 200);
     b.removeNode(CountedNode(50));
     EXPECT_NE(a.searchNode(CountedNode(50)), nullptr);
-
     Tdictionary c(std::move(b));
-    EXPECT_TRUE(b.empty());  // NOLINT: moved-from state is documented
-    EXPECT_EQ(c.count(), 99u);
+    EXPECT_TRUE(b.empty() && c.count() == 99u);  // NOLINT: moved-from state is documented
     c = a;
     EXPECT_EQ(contents(c), contents(a));
     const Tdictionary& alias = c;
@@ -195,17 +182,15 @@ TEST(Tdictionary, SameEditsBuildTheSameStructure) {
 }
 
 TEST(TdictionaryNode, ForwardOutsideItsLevelsIsAHarmlessScratchSlot) {
-  CountedNode node(1, 0, 2);
-  EXPECT_EQ(node.levels(), 2);
-  CountedNode other(2);
+  CountedNode node(1, 0, 2), other(2);
   node.forward(1) = &other;
   node.forward(5) = &other;
   node.forward(-1) = &other;
-  EXPECT_EQ(node.forward(5), nullptr);
-  EXPECT_EQ(node.forward(1), &other);
+  EXPECT_EQ(std::tuple(node.levels(), node.forward(5), node.forward(1), node.forward(0)),
+            std::tuple(2, nullptr, &other, nullptr));
   EXPECT_EQ(CountedNode(3, 0, -4).levels(), 0);
-  EXPECT_EQ(Tdictionary::next(&other), nullptr);
-  EXPECT_EQ(Tdictionary::next(nullptr), nullptr);
+  EXPECT_EQ(std::tuple(Tdictionary::next(&other), Tdictionary::next(nullptr)),
+            std::tuple(nullptr, nullptr));
 }
 
 TEST(Tbookmark, WalksBothWaysThroughTheNoNodePosition) {
@@ -221,10 +206,10 @@ TEST(Tbookmark, WalksBothWaysThroughTheNoNodePosition) {
 
   // m is at "no node" before the first; one step either way wraps.
   m.next();
-  EXPECT_EQ(as(m.node()).fKey, 10);
+  EXPECT_EQ(keyAt(m), 10);
   m.previous();
   m.previous();
-  EXPECT_EQ(as(m.node()).fKey, 40);
+  EXPECT_EQ(keyAt(m), 40);
 
   Tbookmark unbound;
   unbound.next();
@@ -237,28 +222,21 @@ TEST(Tbookmark, LeftWhereTheProbeIsOrWouldBe) {
   for (int k : {10, 20, 30}) d.insertNode(CountedNode(k));
   Tbookmark m;
 
-  EXPECT_NE(d.searchNode(CountedNode(20), m), nullptr);
-  EXPECT_EQ(as(m.node()).fKey, 20);
-
-  // A miss stops at the following node; previous() reaches the one before.
-  EXPECT_EQ(d.searchNode(CountedNode(25), m), nullptr);
-  EXPECT_EQ(as(m.node()).fKey, 30);
-  m.previous();
-  EXPECT_EQ(as(m.node()).fKey, 20);
-  EXPECT_EQ(d.searchNode(CountedNode(35), m), nullptr);
-  EXPECT_FALSE(m.valid());
-  m.previous();
-  EXPECT_EQ(as(m.node()).fKey, 30);
-
-  EXPECT_EQ(as(d.insertNode(CountedNode(15), m)).fKey, 15);
-  EXPECT_EQ(m.node(), d.searchNode(CountedNode(15)));
-  m.next();
-  EXPECT_EQ(as(m.node()).fKey, 20);
-
-  EXPECT_TRUE(d.removeNode(CountedNode(20), m));
-  EXPECT_EQ(as(m.node()).fKey, 30);
-  EXPECT_FALSE(d.removeNode(CountedNode(12), m));
-  EXPECT_EQ(as(m.node()).fKey, 15);
+  // Each step: what the call answered, then the key at the bookmark. A miss
+  // stops at the following node; previous() reaches the one before.
+  std::vector<int> seen;
+  const auto note = [&](int answer) { seen.insert(seen.end(), {answer, keyAt(m)}); };
+  note(d.searchNode(CountedNode(20), m) != nullptr);
+  note(d.searchNode(CountedNode(25), m) != nullptr);
+  note((m.previous(), 0));
+  note(d.searchNode(CountedNode(35), m) != nullptr);
+  note((m.previous(), 0));
+  note(as(d.insertNode(CountedNode(15), m)).fKey);
+  note((m.next(), 0));
+  note(d.removeNode(CountedNode(20), m));
+  note(d.removeNode(CountedNode(12), m));
+  EXPECT_EQ(seen,
+            (std::vector<int>{1, 20, 0, 30, 0, 20, 0, -1, 0, 30, 15, 15, 0, 20, 1, 30, 0, 15}));
 }
 
 TEST(Tbookmark, RemovalElsewhereRetiresOldBookmarks) {
@@ -267,25 +245,19 @@ TEST(Tbookmark, RemovalElsewhereRetiresOldBookmarks) {
   Tbookmark m;
   d.searchNode(CountedNode(2), m);
   d.insertNode(CountedNode(4));
-  EXPECT_EQ(as(m.node()).fKey, 2);  // insertions keep bookmarks
-
+  EXPECT_EQ(keyAt(m), 2);  // insertions keep bookmarks
   d.removeNode(CountedNode(2));
-  EXPECT_FALSE(m.valid());  // its node is gone; it reads as "no node"
+  EXPECT_EQ(keyAt(m), -1);  // its node is gone; it reads as "no node"
   m.next();
-  EXPECT_EQ(as(m.node()).fKey, 1);
-
+  EXPECT_EQ(keyAt(m), 1);
   d.reset();
   EXPECT_FALSE(m.valid());
 
   // Removing while walking with the same bookmark.
   for (int k = 0; k < 10; ++k) d.insertNode(CountedNode(k));
   for (Tbookmark w(d); w.valid();) {
-    const int key = as(w.node()).fKey;
-    if (key % 2 == 0) {
-      d.removeNode(CountedNode(key), w);
-    } else {
-      w.next();
-    }
+    if (keyAt(w) % 2 != 0) w.next();
+    if (keyAt(w) % 2 == 0) d.removeNode(CountedNode(keyAt(w)), w);
   }
   EXPECT_EQ(contents(d),
             (std::vector<std::pair<int, int>>{{1, 0}, {3, 0}, {5, 0}, {7, 0}, {9, 0}}));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <tuple>
+#include <vector>
 
 #include "lumora/base/client_server.h"
 #include "lumora/base/internal/base_module.h"
@@ -50,13 +52,11 @@ class ShapeRecords : public ::testing::Test {
 };
 
 TEST_F(ShapeRecords, PublishedRecordsKnowTheirAncestry) {
-  EXPECT_EQ(TcircleTmeta, &fCircle);
+  EXPECT_EQ(std::tuple(TcircleTmeta, fCircle.parent()), std::tuple(&fCircle, &fShape));
   EXPECT_STREQ(fCircle.name(), "Tcircle");
-  EXPECT_EQ(fCircle.parent(), &fShape);
-  EXPECT_TRUE(fCircle.istype(&fCircle));
-  EXPECT_TRUE(fCircle.istype(&fShape));
-  EXPECT_FALSE(fShape.istype(&fCircle));
-  EXPECT_FALSE(fShape.istype(nullptr));
+  EXPECT_EQ(std::vector<bool>({fCircle.istype(&fCircle), fCircle.istype(&fShape),
+                               fShape.istype(&fCircle), fShape.istype(nullptr)}),
+            (std::vector<bool>{true, true, false, false}));
 }
 
 TEST_F(ShapeRecords, ConstructHandsBackTheRequestedPart) {
@@ -68,19 +68,19 @@ TEST_F(ShapeRecords, ConstructHandsBackTheRequestedPart) {
   ASSERT_NE(circle, nullptr);
   EXPECT_EQ(static_cast<Tshape*>(circle), shape.get());
 
-  EXPECT_EQ(Tshape::construct(nullptr), nullptr);
+  // A Tshape is made for the stranger, refused, and deleted again; the stranger has no
+  // construct function of its own.
   Tmetaclass stranger(nullptr, "Tstranger", 8, nullptr, nullptr);
-  EXPECT_EQ(Tshape::construct(&stranger), nullptr);
-  EXPECT_EQ(fShape.construct(&stranger), nullptr);    // made, refused, deleted again
-  EXPECT_EQ(stranger.construct(&stranger), nullptr);  // no construct function
+  EXPECT_EQ(std::tuple(Tshape::construct(nullptr), Tshape::construct(&stranger),
+                       fShape.construct(&stranger), stranger.construct(&stranger)),
+            std::tuple(nullptr, nullptr, nullptr, nullptr));
 }
 
 TEST(Tmetaclass, DestructionClearsOnlyItsOwnPublication) {
   Tmetaclass* exported = nullptr;
   {
     Tmetaclass record(&exported, nullptr, 0, nullptr, nullptr);
-    EXPECT_EQ(exported, &record);
-    EXPECT_STREQ(record.name(), "");
+    EXPECT_TRUE(exported == &record && record.name()[0] == '\0');
   }
   EXPECT_EQ(exported, nullptr);
 
@@ -93,8 +93,8 @@ TEST(Tmetaclass, DestructionClearsOnlyItsOwnPublication) {
 TEST(BaseRecords, HierarchyAndConstruction) {
   startBaseRecords();
   ASSERT_NE(TserverMsgTmeta, nullptr);
-  EXPECT_EQ(TserverModifiedMsgTmeta->parent(), TserverMsgTmeta);
-  EXPECT_EQ(TserverDeletedMsgTmeta->parent(), TserverMsgTmeta);
+  EXPECT_EQ(std::tuple(TserverModifiedMsgTmeta->parent(), TserverDeletedMsgTmeta->parent()),
+            std::tuple(TserverMsgTmeta, TserverMsgTmeta));
   EXPECT_STREQ(TserverDeletedMsgTmeta->name(), "TserverDeletedMsg");
   for (Tmetaclass* root :
        {TserverMsgTmeta, TclientServerTmeta, TclientTmeta, TpreferenceItemTmeta, TbasketTmeta}) {
@@ -104,11 +104,12 @@ TEST(BaseRecords, HierarchyAndConstruction) {
 
   std::unique_ptr<TserverMsg> msg(TserverMsg::construct(TserverModifiedMsgTmeta));
   ASSERT_NE(msg, nullptr);
-  EXPECT_EQ(msg->typeof(), TserverModifiedMsgTmeta);
-  EXPECT_EQ(msg->cast(TserverMsgTmeta), msg.get());
-  EXPECT_EQ(msg->cast(TserverDeletedMsgTmeta), nullptr);
-  EXPECT_EQ(TserverModifiedMsg::construct(TserverMsgTmeta), nullptr);
-  EXPECT_EQ(TserverMsg::construct(TclientTmeta), nullptr);
+  EXPECT_EQ(
+      std::tuple(msg->typeof(), msg->cast(TserverMsgTmeta), msg->cast(TserverDeletedMsgTmeta)),
+      std::tuple(TserverModifiedMsgTmeta, static_cast<void*>(msg.get()), nullptr));
+  EXPECT_EQ(std::tuple(TserverModifiedMsg::construct(TserverMsgTmeta),
+                       TserverMsg::construct(TclientTmeta)),
+            std::tuple(nullptr, nullptr));
 
   std::unique_ptr<Tclient> client(Tclient::construct(TclientTmeta));
   ASSERT_NE(client, nullptr);
@@ -119,13 +120,12 @@ TEST(BaseRecords, StopClearsAndRestartRepublishesAtTheSameAddress) {
   startBaseRecords();
   Tmetaclass* const before = TserverModifiedMsgTmeta;
   stopBaseRecords();
-  EXPECT_EQ(TserverMsgTmeta, nullptr);
-  EXPECT_EQ(TbasketTmeta, nullptr);
+  EXPECT_EQ(std::tuple(TserverMsgTmeta, TbasketTmeta), std::tuple(nullptr, nullptr));
   stopBaseRecords();  // unbalanced: nothing happens
   startBaseRecords();
   startBaseRecords();  // already started: nothing happens
-  EXPECT_EQ(TserverModifiedMsgTmeta, before);
-  EXPECT_EQ(TserverModifiedMsgTmeta->parent(), TserverMsgTmeta);
+  EXPECT_EQ(std::tuple(TserverModifiedMsgTmeta, TserverModifiedMsgTmeta->parent()),
+            std::tuple(before, TserverMsgTmeta));
 }
 
 }  // namespace

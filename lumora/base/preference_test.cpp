@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "lumora/base/string.h"
@@ -45,11 +46,10 @@ class PreferenceLists : public ::testing::Test {
 TEST_F(PreferenceLists, GetPrefItemFindsTheFirstOfItsNumber) {
   auto* basket = new Tbasket;
   auto* first = new TcountedItem(201);
-  ASSERT_EQ(basket->adopt(new TcountedItem(7)), 0);
-  ASSERT_EQ(basket->adopt(first), 0);
-  ASSERT_EQ(basket->adopt(new TcountedItem(201)), 0);
+  for (TpreferenceItem* item : {new TcountedItem(7), first, new TcountedItem(201)}) {
+    ASSERT_EQ(basket->adopt(item), 0);
+  }
   mgr().fBasketList.addLast(basket);
-
   TpreferenceItem* found = nullptr;
   EXPECT_TRUE(mgr().getPrefItem(201, found));
   EXPECT_EQ(found, first);
@@ -63,20 +63,14 @@ TEST_F(PreferenceLists, GetPrefItemFindsTheFirstOfItsNumber) {
 TEST_F(PreferenceLists, AdoptionListsEachItemOnce) {
   Tbasket first, second;
   auto* item = new TcountedItem(1);
-  EXPECT_EQ(first.adopt(item), 0);
-  EXPECT_EQ(first.adopt(item), 0);  // already here
-  EXPECT_EQ(first.itemCount(), 1u);
+  EXPECT_EQ(std::vector<int>({first.adopt(item), first.adopt(item)}), (std::vector<int>{0, 0}));
+  EXPECT_EQ(first.itemCount(), 1u);  // already there the second time
   EXPECT_EQ(second.adopt(item), 0);  // moves
-  EXPECT_EQ(first.itemCount(), 0u);
-  EXPECT_EQ(second.item(0), item);
-  EXPECT_EQ(second.item(1), nullptr);
-  EXPECT_EQ(item->basket(), &second);
-  EXPECT_EQ(mgr().fPrefItemList.count(), 1u);
-  EXPECT_EQ(first.adopt(nullptr), -1);
-
+  EXPECT_EQ(std::tuple(first.itemCount(), second.item(0), second.item(1), item->basket(),
+                       mgr().fPrefItemList.count(), first.adopt(nullptr)),
+            std::tuple(0u, item, nullptr, &second, 1u, -1));
   delete item;  // leaves its basket and the list
-  EXPECT_EQ(second.itemCount(), 0u);
-  EXPECT_EQ(mgr().fPrefItemList.count(), 0u);
+  EXPECT_EQ(std::tuple(second.itemCount(), mgr().fPrefItemList.count()), std::tuple(0u, 0u));
 }
 
 TEST_F(PreferenceLists, DestroyBasketsLeavesNoItemsBehind) {
@@ -92,14 +86,11 @@ TEST_F(PreferenceLists, DestroyBasketsLeavesNoItemsBehind) {
   mgr().fPrefItemList.addLast(&loose);
   EXPECT_EQ(mgr().fPrefItemList.count(), 13u);
   delete static_cast<Tbasket*>(mgr().fBasketList[1]);  // leaves the list itself
-  EXPECT_EQ(deaths, 4);
-  EXPECT_EQ(mgr().fBasketList.count(), 2u);
-
+  EXPECT_EQ(std::tuple(deaths, mgr().fBasketList.count()), std::tuple(4, 2u));
   mgr().destroyBaskets();
-  EXPECT_EQ(deaths, 12);
-  EXPECT_EQ(mgr().fBasketList.count(), 0u);
-  ASSERT_EQ(mgr().fPrefItemList.count(), 1u);
-  EXPECT_EQ(mgr().fPrefItemList[0], &loose);
+  EXPECT_EQ(std::tuple(deaths, mgr().fBasketList.count(), mgr().fPrefItemList.count(),
+                       mgr().fPrefItemList[0]),
+            std::tuple(12, 0u, 1u, static_cast<void*>(&loose)));
   TpreferenceItem* found;
   EXPECT_FALSE(mgr().getPrefItem(100, found));
   mgr().removeItem(&loose);
@@ -112,10 +103,8 @@ TEST_F(PreferenceLists, CopiesLeaveMembershipBehind) {
   item->setFlags(17);
   basket.adopt(item);
   TpreferenceItem copy(*item);
-  EXPECT_EQ(copy.itemType(), 201);
-  EXPECT_EQ(copy.flags(), 17u);
-  EXPECT_EQ(copy.basket(), nullptr);
-  EXPECT_EQ(mgr().fPrefItemList.count(), 1u);
+  EXPECT_EQ(std::tuple(copy.itemType(), copy.flags(), copy.basket(), mgr().fPrefItemList.count()),
+            std::tuple(201, 17u, nullptr, 1u));
   Tstring out("keep");
   copy.writeAsCommand(out);  // the base item has nothing to say
   EXPECT_EQ(out, "keep");
@@ -126,44 +115,32 @@ TEST_F(PreferenceLists, CopiesLeaveMembershipBehind) {
 std::vector<int> sRan;
 std::unique_ptr<TinitBasket> sLateRegistration;
 
-void run0() {
-  sRan.push_back(0);
-}
-void run1() {
-  sRan.push_back(1);
-}
-void run2() {
-  sRan.push_back(2);
-}
-void run3() {
-  sRan.push_back(3);
-}
-void run4() {
-  sRan.push_back(4);
+template <int N>
+void run() {
+  sRan.push_back(N);
 }
 void run1AndRegister2() {
-  run1();
-  sLateRegistration = std::make_unique<TinitBasket>(&run2, 0);
+  run<1>();
+  sLateRegistration = std::make_unique<TinitBasket>(&run<2>, 0);
 }
 
 TEST(TinitBasket, RunsByPriorityThenRegistrationOrder) {
   sRan.clear();
-  TinitBasket late(&run3, 5), early(&run1, -1), lateToo(&run4, 5), middle(&run2, 0);
+  TinitBasket late(&run<3>, 5), early(&run<1>, -1), lateToo(&run<4>, 5), middle(&run<2>, 0);
   TinitBasket none(nullptr, 0);
   TinitBasket::runAll();
   EXPECT_THAT(sRan, ElementsAre(1, 2, 3, 4));
-  EXPECT_TRUE(middle.hasRun());
-  EXPECT_FALSE(none.hasRun());
+  EXPECT_TRUE(middle.hasRun() && !none.hasRun());
   TinitBasket::runAll();  // nothing runs twice
   EXPECT_THAT(sRan, ElementsAre(1, 2, 3, 4));
 }
 
 TEST(TinitBasket, LateRegistrationsRunWithdrawnOnesDoNot) {
   sRan.clear();
-  auto withdrawn = std::make_unique<TinitBasket>(&run0, 0);
+  auto withdrawn = std::make_unique<TinitBasket>(&run<0>, 0);
   withdrawn.reset();
   TinitBasket registering(&run1AndRegister2, 0);
-  TinitBasket waiting(&run3, 9);  // the late registration runs ahead of it
+  TinitBasket waiting(&run<3>, 9);  // the late registration runs ahead of it
   TinitBasket::runAll();
   EXPECT_THAT(sRan, ElementsAre(1, 2, 3));
   sLateRegistration.reset();

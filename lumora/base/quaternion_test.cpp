@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <tuple>
 #include <vector>
 
 namespace lumora {
@@ -20,10 +22,16 @@ Tquaternion aboutAxis(double ax, double ay, double az, double degrees) {
   return Tquaternion::fromAxisAngle(ax, ay, az, deg(degrees));
 }
 
-void expectVector(const double v[3], double ex, double ey, double ez) {
-  EXPECT_NEAR(v[0], ex, 1e-12);
-  EXPECT_NEAR(v[1], ey, 1e-12);
-  EXPECT_NEAR(v[2], ez, 1e-12);
+// v rotated by q, within 1e-12 of (ex, ey, ez).
+::testing::AssertionResult rotates(const Tquaternion& q, std::array<double, 3> v,
+                                   std::array<double, 3> e) {
+  q.rotate(v.data());
+  for (int i = 0; i < 3; ++i) {
+    if (!(std::fabs(v[i] - e[i]) <= 1e-12)) {
+      return ::testing::AssertionFailure() << v[0] << " " << v[1] << " " << v[2];
+    }
+  }
+  return ::testing::AssertionSuccess();
 }
 
 // Rotation angle between two unit quaternions, ignoring their signs.
@@ -32,35 +40,19 @@ double angleBetween(const Tquaternion& a, const Tquaternion& b) {
 }
 
 TEST(Tquaternion, RotatesVectorsByKnownRotations) {
-  double v[3] = {1, 0, 0};
-  aboutAxis(0, 0, 1, 90).rotate(v);
-  expectVector(v, 0, 1, 0);
-
-  double y[3] = {0, 1, 0};
-  aboutAxis(2, 0, 0, 90).rotate(y);  // axis length does not matter
-  expectVector(y, 0, 0, 1);
-
-  double cycle[3] = {1, 0, 0};
-  aboutAxis(1, 1, 1, 120).rotate(cycle);
-  expectVector(cycle, 0, 1, 0);
-
+  EXPECT_TRUE(rotates(aboutAxis(0, 0, 1, 90), {1, 0, 0}, {0, 1, 0}));
+  EXPECT_TRUE(
+      rotates(aboutAxis(2, 0, 0, 90), {0, 1, 0}, {0, 0, 1}));  // axis length does not matter
+  EXPECT_TRUE(rotates(aboutAxis(1, 1, 1, 120), {1, 0, 0}, {0, 1, 0}));
   // Non-unit quaternions rotate like their normal.
-  double scaled[3] = {1, 0, 0};
-  (aboutAxis(0, 0, 1, 90) * 3.0).rotate(scaled);
-  expectVector(scaled, 0, 1, 0);
+  EXPECT_TRUE(rotates(aboutAxis(0, 0, 1, 90) * 3.0, {1, 0, 0}, {0, 1, 0}));
 }
 
 TEST(Tquaternion, ProductAppliesRightOperandFirst) {
-  const Tquaternion aboutX = aboutAxis(1, 0, 0, 90);
-  const Tquaternion aboutZ = aboutAxis(0, 0, 1, 90);
-  // X first: Y goes to Z, which Z leaves alone.
-  double v[3] = {0, 1, 0};
-  (aboutZ * aboutX).rotate(v);
-  expectVector(v, 0, 0, 1);
-  // Z first: Y goes to -X, which X leaves alone.
-  double u[3] = {0, 1, 0};
-  (aboutX * aboutZ).rotate(u);
-  expectVector(u, -1, 0, 0);
+  const Tquaternion aboutX = aboutAxis(1, 0, 0, 90), aboutZ = aboutAxis(0, 0, 1, 90);
+  // X first: Y goes to Z, which Z leaves alone. Z first: Y goes to -X, which X leaves alone.
+  EXPECT_TRUE(rotates(aboutZ * aboutX, {0, 1, 0}, {0, 0, 1}));
+  EXPECT_TRUE(rotates(aboutX * aboutZ, {0, 1, 0}, {-1, 0, 0}));
 }
 
 TEST(Tquaternion, AlgebraIdentities) {
@@ -101,24 +93,20 @@ TEST(Tquaternion, DegenerateInputsGiveIdentity) {
   const TrotateXYZ e = zero.convertToEulerAngles();
   EXPECT_EQ(e.x.radians() + e.y.radians() + e.z.radians(), 0.0);
   zero.rotate(nullptr);
-  double v[3] = {1, 2, 3};
-  zero.rotate(v);
-  expectVector(v, 1, 2, 3);
+  EXPECT_TRUE(rotates(zero, {1, 2, 3}, {1, 2, 3}));
   EXPECT_EQ(slerp(aboutAxis(0, 0, 1, 40), Tquaternion(), nan), aboutAxis(0, 0, 1, 40));
 }
 
 TEST(TrotateXYZ, AppliesXThenYThenZ) {
   // X 90 takes Y to Z, then Y 90 takes Z to X, then Z 90 takes X to Y.
-  double v[3] = {0, 1, 0};
-  TrotateXYZ(deg(90), deg(90), deg(90)).asQuaternion().rotate(v);
-  expectVector(v, 0, 1, 0);
-  double u[3] = {0, 1, 0};
-  TrotateXYZ(deg(90), deg(90), deg(0)).asQuaternion().rotate(u);
-  expectVector(u, 1, 0, 0);
+  EXPECT_TRUE(rotates(TrotateXYZ(deg(90), deg(90), deg(90)).asQuaternion(), {0, 1, 0}, {0, 1, 0}));
+  EXPECT_TRUE(rotates(TrotateXYZ(deg(90), deg(90), deg(0)).asQuaternion(), {0, 1, 0}, {1, 0, 0}));
   EXPECT_TRUE(
       TrotateXYZ(deg(30), deg(0), deg(0)).asQuaternion().equivalent(aboutAxis(1, 0, 0, 30), 1e-15));
 }
 
+// The ranges make the angles unique away from gimbal lock, so a round trip
+// that keeps the rotation also recovers the angles there.
 TEST(TrotateXYZ, EulerRoundTripOverGrid) {
   std::vector<double> pitches;
   for (double p = -180; p <= 180; p += 15) pitches.push_back(p);
@@ -133,25 +121,8 @@ TEST(TrotateXYZ, EulerRoundTripOverGrid) {
         const TrotateXYZ e = q.convertToEulerAngles();
         ASSERT_TRUE(e.asQuaternion().equivalent(q, 1e-9)) << rx << " " << ry << " " << rz;
         ASSERT_LE(std::fabs(e.y.radians()), kPi / 2);
-        ASSERT_GT(e.x.radians(), -kPi);
-        ASSERT_LE(e.x.radians(), kPi);
-        ASSERT_GT(e.z.radians(), -kPi);
-        ASSERT_LE(e.z.radians(), kPi);
-      }
-    }
-  }
-}
-
-TEST(TrotateXYZ, EulerRecoversAnglesAwayFromGimbalLock) {
-  for (double rx = -165; rx <= 180; rx += 15) {
-    for (double ry = -75; ry <= 75; ry += 15) {
-      for (double rz = -165; rz <= 180; rz += 15) {
-        const TrotateXYZ e =
-            TrotateXYZ(deg(rx), deg(ry), deg(rz)).asQuaternion().convertToEulerAngles();
-        // +-180 may come back as the other end of the turn.
-        ASSERT_NEAR((e.x - deg(rx)).wrapped().degrees(), 0.0, 1e-10);
-        ASSERT_NEAR(e.y.degrees(), ry, 1e-10);
-        ASSERT_NEAR((e.z - deg(rz)).wrapped().degrees(), 0.0, 1e-10);
+        ASSERT_TRUE(e.x.radians() > -kPi && e.x.radians() <= kPi);
+        ASSERT_TRUE(e.z.radians() > -kPi && e.z.radians() <= kPi);
       }
     }
   }
@@ -170,17 +141,16 @@ TEST(TrotateXYZ, GimbalLockPutsTheTurnInZ) {
 }
 
 TEST(Slerp, EndpointsMidpointAndShortestPath) {
-  const Tquaternion a;
-  const Tquaternion b = aboutAxis(0, 0, 1, 90);
-  EXPECT_TRUE(slerp(a, b, 0.0).equivalent(a, 1e-15));
-  EXPECT_TRUE(slerp(a, b, 1.0).equivalent(b, 1e-15));
-  EXPECT_TRUE(slerp(a, b, 0.5).equivalent(aboutAxis(0, 0, 1, 45), 1e-15));
-  EXPECT_TRUE(slerp(a, b, 0.25).equivalent(aboutAxis(0, 0, 1, 22.5), 1e-15));
-
-  // -b is the same rotation; the path must not take the long way round.
-  EXPECT_TRUE(slerp(a, -b, 0.5).equivalent(aboutAxis(0, 0, 1, 45), 1e-15));
-  const Tquaternion far = aboutAxis(0, 0, 1, 300);  // the same as -60 degrees
-  EXPECT_TRUE(slerp(a, far, 0.5).equivalent(aboutAxis(0, 0, 1, -30), 1e-15));
+  const Tquaternion a, b = aboutAxis(0, 0, 1, 90);
+  // Target, t, and the expected turn about z. -b is the same rotation as b and 300 degrees the
+  // same as -60: the path must not take the long way round.
+  const std::tuple<Tquaternion, double, double> cases[] = {
+      {b, 0.0, 0.0},   {b, 1.0, 90.0},  {b, 0.5, 45.0},
+      {b, 0.25, 22.5}, {-b, 0.5, 45.0}, {aboutAxis(0, 0, 1, 300), 0.5, -30.0}};
+  for (const auto& [to, t, degrees] : cases) {
+    EXPECT_TRUE(slerp(a, to, t).equivalent(aboutAxis(0, 0, 1, degrees), 1e-15))
+        << t << " " << degrees;
+  }
 }
 
 TEST(Slerp, ConstantSpeedAndTinyAngles) {
@@ -189,9 +159,8 @@ TEST(Slerp, ConstantSpeedAndTinyAngles) {
   const double total = angleBetween(a, b);
   for (int i = 0; i <= 10; ++i) {
     const double t = i / 10.0;
-    const Tquaternion q = slerp(a, b, t);
-    EXPECT_NEAR(q.length(), 1.0, 1e-14);
-    EXPECT_NEAR(angleBetween(a, q), t * total, 1e-7) << t;
+    EXPECT_NEAR(slerp(a, b, t).length(), 1.0, 1e-14);
+    EXPECT_NEAR(angleBetween(a, slerp(a, b, t)), t * total, 1e-7) << t;
   }
   const Tquaternion c = aboutAxis(0, 1, 0, 1e-9);
   EXPECT_TRUE(slerp(Tquaternion(), c, 0.5).equivalent(aboutAxis(0, 1, 0, 0.5e-9), 1e-17));

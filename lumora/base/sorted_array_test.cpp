@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <tuple>
 #include <vector>
 
 namespace lumora {
@@ -15,10 +16,8 @@ class TtolerantFloatArray : public TsortedArray {
   explicit TtolerantFloatArray(bool allowDuplicates)
       : TsortedArray(sizeof(float), 0, allowDuplicates) {}
   int compare(const void* a, const void* b) const override {
-    const float x = *static_cast<const float*>(a);
-    const float y = *static_cast<const float*>(b);
-    if (std::fabs(x - y) <= 1e-5f) return 0;
-    return x < y ? -1 : 1;
+    const float x = *static_cast<const float*>(a), y = *static_cast<const float*>(b);
+    return std::fabs(x - y) <= 1e-5f ? 0 : (x < y ? -1 : 1);
   }
   int insert(float v) {
     unsigned index = 0;
@@ -38,8 +37,8 @@ class TkeyedArray : public TsortedArray {
  public:
   explicit TkeyedArray(bool allowDuplicates) : TsortedArray(sizeof(Tkeyed), 4, allowDuplicates) {}
   int compare(const void* a, const void* b) const override {
-    const std::int32_t x = static_cast<const Tkeyed*>(a)->key;
-    const std::int32_t y = static_cast<const Tkeyed*>(b)->key;
+    const std::int32_t x = static_cast<const Tkeyed*>(a)->key,
+                       y = static_cast<const Tkeyed*>(b)->key;
     return x < y ? -1 : (x > y ? 1 : 0);
   }
   int insert(std::int32_t key, std::int32_t tag, unsigned& index) {
@@ -64,29 +63,26 @@ TEST(TsortedArray, ExactKeysWithoutDuplicatesRefuseAnEqualKey) {
   EXPECT_EQ(index, 2u);  // names the key already there
   EXPECT_EQ(a.tags(), (std::vector<std::int32_t>{-5, 10, 30, 50, 90}));
 
-  struct {
-    std::int32_t key;
-    bool found;
-    unsigned index;
-  } const probes[] = {{-6, false, 0}, {-5, true, 0}, {40, false, 3}, {90, true, 4}, {91, false, 5}};
-  for (const auto& p : probes) {
-    const Tkeyed probe{p.key, 0};
+  // Key, found, and the index of the key or of where it would go.
+  const std::tuple<std::int32_t, bool, unsigned> probes[] = {
+      {-6, false, 0}, {-5, true, 0}, {40, false, 3}, {90, true, 4}, {91, false, 5}};
+  for (const auto& [key, found, where] : probes) {
+    const Tkeyed probe{key, 0};
     unsigned at = 77;
-    EXPECT_EQ(a.search(&probe, at), p.found) << p.key;
-    EXPECT_EQ(at, p.index) << p.key;
+    const bool hit = a.search(&probe, at);
+    EXPECT_EQ(std::tuple(hit, at), std::tuple(found, where)) << key;
   }
 }
 
 TEST(TsortedArray, DuplicatesGoAfterTheirEqualRun) {
   TkeyedArray a(/*allowDuplicates=*/true);
   unsigned index = 0;
-  ASSERT_EQ(a.insert(2, 1, index), 0);
-  ASSERT_EQ(a.insert(1, 2, index), 0);
-  ASSERT_EQ(a.insert(2, 3, index), 0);
-  EXPECT_EQ(index, 2u);
-  ASSERT_EQ(a.insert(3, 4, index), 0);
-  ASSERT_EQ(a.insert(2, 5, index), 0);
-  EXPECT_EQ(index, 3u);
+  std::vector<unsigned> at;  // where each insertion went
+  for (std::int32_t key : {2, 1, 2, 3, 2}) {
+    ASSERT_EQ(a.insert(key, static_cast<std::int32_t>(at.size()) + 1, index), 0);
+    at.push_back(index);
+  }
+  EXPECT_EQ(at, (std::vector<unsigned>{0, 0, 2, 3, 3}));
   EXPECT_EQ(a.tags(), (std::vector<std::int32_t>{2, 1, 3, 5, 4}));
   const Tkeyed probe{2, 0};
   ASSERT_TRUE(a.search(&probe, index));
@@ -96,11 +92,9 @@ TEST(TsortedArray, DuplicatesGoAfterTheirEqualRun) {
 
 TEST(TsortedArray, TolerantFloatsMergeNearbyValues) {
   TtolerantFloatArray a(/*allowDuplicates=*/false);
-  ASSERT_EQ(a.insert(2.0f), 0);
-  ASSERT_EQ(a.insert(1.0f), 0);
-  EXPECT_NE(a.insert(1.000004f), 0);
-  EXPECT_NE(a.insert(1.999995f), 0);
-  ASSERT_EQ(a.insert(1.00002f), 0);
+  std::vector<bool> refused;
+  for (float v : {2.0f, 1.0f, 1.000004f, 1.999995f, 1.00002f}) refused.push_back(a.insert(v) != 0);
+  EXPECT_EQ(refused, (std::vector<bool>{false, false, true, true, false}));
   ASSERT_EQ(a.count(), 3u);
   EXPECT_EQ(a.at(1), 1.00002f);
   const float probe = 1.999992f;
@@ -125,10 +119,10 @@ TEST(TsortedArray, OrderChecksFindBrokenPlaces) {
   for (float v : {1.0f, 2.0f, 3.0f}) strict.insert(v);
   const float stray = 5.0f;
   ASSERT_EQ(strict.insertElement(&stray, 1), 0);  // plain insert ignores order
-  EXPECT_FALSE(strict.orderValidAt(1));
-  EXPECT_FALSE(strict.orderValidAt(2));
-  EXPECT_TRUE(strict.orderValidAt(0));
-  EXPECT_FALSE(strict.orderValidAt(4));
+  EXPECT_EQ(
+      std::vector<bool>({strict.orderValidAt(0), strict.orderValidAt(1), strict.orderValidAt(2),
+                         strict.orderValidAt(3), strict.orderValidAt(4)}),
+      (std::vector<bool>{true, false, false, true, false}));  // 4: no such element
   EXPECT_NE(strict.validateAndUpdate(), 0);
 
   const float one = 1.0f;
@@ -145,9 +139,7 @@ TEST(TsortedArray, DefaultOrderIsUnsignedBytes) {
   unsigned index = 0;
   for (unsigned char c : {0x80, 0x00, 0x7F}) ASSERT_EQ(a.insertSorted(&c, index), 0);
   const auto* bytes = static_cast<const unsigned char*>(a.data());
-  EXPECT_EQ(bytes[0], 0x00);
-  EXPECT_EQ(bytes[1], 0x7F);
-  EXPECT_EQ(bytes[2], 0x80);
+  EXPECT_EQ(std::vector<int>(bytes, bytes + a.count()), (std::vector<int>{0x00, 0x7F, 0x80}));
   EXPECT_FALSE(a.allowsDuplicates());
   EXPECT_NE(a.insertSorted(nullptr, index), 0);
   EXPECT_FALSE(a.search(nullptr, index));

@@ -28,15 +28,15 @@ enum class TtimeUnitSystem : int {
   kMinutes = 1,
   kSeconds = 2,
   kMilliseconds = 3,
-  kGames = 4,        // 15 frames per second
-  kFilm = 5,         // 24 frames per second
-  kPal = 6,          // 25 frames per second
-  kNtsc = 7,         // 30 frames per second
-  kShowScan = 8,     // 48 frames per second
-  kPalField = 9,     // 50 frames per second
-  kNtscField = 10,   // 60 frames per second
-  kFrames120 = 11,   // 120 frames per second
-  kTicks = 12,       // the raw tick, 1/6000 s
+  kGames = 4,       // 15 frames per second
+  kFilm = 5,        // 24 frames per second
+  kPal = 6,         // 25 frames per second
+  kNtsc = 7,        // 30 frames per second
+  kShowScan = 8,    // 48 frames per second
+  kPalField = 9,    // 50 frames per second
+  kNtscField = 10,  // 60 frames per second
+  kFrames120 = 11,  // 120 frames per second
+  kTicks = 12,      // the raw tick, 1/6000 s
 };
 
 /// Ticks in one unit of `unit`; 0 for a value outside the enumeration.

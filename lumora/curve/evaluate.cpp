@@ -4,6 +4,7 @@
 // returned and the span loaded into the segment evaluator, so a sample in the
 // same span as the previous one costs a comparison or two and the
 // evaluator's polynomial.
+#include <cfloat>
 #include <cmath>
 #include <limits>
 
@@ -15,14 +16,14 @@ namespace lumora {
 
 namespace {
 
-// A sample time given as float seconds. Key times are compared in seconds.
+// A sample time given as float seconds. Key times are compared in seconds;
+// nothing here builds a time value, so a sample costs only the comparisons.
 struct TsecondsProbe {
   const TparamCurve& curve;
   float t;
   bool after(const Tkeyframe* key) const { return t > curve.seconds(key); }
   bool before(const Tkeyframe* key) const { return t < curve.seconds(key); }
   bool at(const Tkeyframe* key) const { return t == curve.seconds(key); }
-  TtimeValue timeValue() const { return curve.makeTimeValue(t); }
   double seconds() const { return static_cast<double>(t); }
 };
 
@@ -33,46 +34,53 @@ struct TtimeProbe {
   bool after(const Tkeyframe* key) const { return t > curve.timeValue(key); }
   bool before(const Tkeyframe* key) const { return t < curve.timeValue(key); }
   bool at(const Tkeyframe* key) const { return t == curve.timeValue(key); }
-  TtimeValue timeValue() const { return t; }
   double seconds() const { return static_cast<double>(t.inSeconds()); }
 };
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+bool isNanTime(const TtimeValue& t) {
+  return t.isFloat() && std::isnan(t.asFloat());
+}
 
 }  // namespace
 
 double TparamCurve::evaluate(float t) {
-  if (std::isnan(t)) return std::numeric_limits<double>::quiet_NaN();
+  if (std::isnan(t)) return kNaN;
   if (fRotationInterpolation == kQuaternion) {
     bool failed = true;
     const double v = evaluateQuaternionAsEulerComponent(t, &failed);
     if (!failed) return v;
   }
   const unsigned n = keyframeCount();
-  if (fPreInfinity != kConstant && n > 0 && makeTimeValue(t) < timeValue(keyframe(0))) {
-    return evaluateInfinities(t, true);
+  if (n > 0) {
+    if (fPreInfinity != kConstant && secondsBefore(t, keyframe(0))) {
+      return evaluateInfinities(t, true);
+    }
+    if (fPostInfinity != kConstant && seconds(keyframe(n - 1)) < t) {
+      return evaluateInfinities(t, false);
+    }
   }
-  if (fPostInfinity != kConstant && n > 0 && seconds(keyframe(n - 1)) < t) {
-    return evaluateInfinities(t, false);
-  }
-  if (staticCurve()) return n == 0 ? 0.0 : keyframe(0)->value();
-  return evaluateInside(TsecondsProbe{*this, t});
+  return evaluateInside(TsecondsProbe{*this, t}, n);
 }
 
 double TparamCurve::evaluate(const TtimeValue& t) {
-  if (t.isFloat() && std::isnan(t.asFloat())) return std::numeric_limits<double>::quiet_NaN();
+  if (isNanTime(t)) return kNaN;
   if (fRotationInterpolation == kQuaternion) {
     bool failed = true;
     const double v = evaluateQuaternionAsEulerComponent(t.inSeconds(), &failed);
     if (!failed) return v;
   }
   const unsigned n = keyframeCount();
-  if (fPreInfinity != kConstant && n > 0 && t < timeValue(keyframe(0))) {
-    return evaluateInfinities(t, true);
+  if (n > 0) {
+    if (fPreInfinity != kConstant && t < timeValue(keyframe(0))) {
+      return evaluateInfinities(t, true);
+    }
+    if (fPostInfinity != kConstant && t > timeValue(keyframe(n - 1))) {
+      return evaluateInfinities(t, false);
+    }
   }
-  if (fPostInfinity != kConstant && n > 0 && t > timeValue(keyframe(n - 1))) {
-    return evaluateInfinities(t, false);
-  }
-  if (staticCurve()) return n == 0 ? 0.0 : keyframe(0)->value();
-  return evaluateInside(TtimeProbe{*this, t});
+  return evaluateInside(TtimeProbe{*this, t}, n);
 }
 
 bool TparamCurve::evaluate(unsigned count, const double* times, double* values) {
@@ -81,24 +89,46 @@ bool TparamCurve::evaluate(unsigned count, const double* times, double* values) 
   return true;
 }
 
+double TparamCurve::evaluateMapped(float t) {
+  if (std::isnan(t)) return kNaN;
+  if (fRotationInterpolation == kQuaternion) {
+    bool failed = true;
+    const double v = evaluateQuaternionAsEulerComponent(t, &failed);
+    if (!failed) return v;
+  }
+  return evaluateInside(TsecondsProbe{*this, t}, keyframeCount());
+}
+
+double TparamCurve::evaluateMapped(const TtimeValue& t) {
+  if (isNanTime(t)) return kNaN;
+  if (fRotationInterpolation == kQuaternion) {
+    bool failed = true;
+    const double v = evaluateQuaternionAsEulerComponent(t.inSeconds(), &failed);
+    if (!failed) return v;
+  }
+  return evaluateInside(TtimeProbe{*this, t}, keyframeCount());
+}
+
 template <typename Probe>
-double TparamCurve::evaluateInside(const Probe& probe) {
-  const unsigned n = keyframeCount();
+double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
   if (n == 0) return 0.0;
+  // n > 0, so the array exists; at() is inline and bounds-checked.
+  const TkeyArray& keys = *keyArray();
+  if (staticCurve()) return keys.at(0)->value();
 
   // Try the cached key first: the sample is usually in its span or the next.
   const unsigned k = fCachedIndex;
   if (fCachedKey && k + 1 < n && probe.after(fCachedKey)) {
-    Tkeyframe* next = keyframe(k + 1);
+    Tkeyframe* next = keys.at(k + 1);
     if (probe.at(next)) {
       fCachedKey = next;
       fCachedIndex = k + 1;
       return next->value();
     }
-    if (probe.before(next)) return evaluateSpan(k + 1, probe.seconds());
+    if (probe.before(next)) return evaluateSpan(keys.at(k), next, k + 1, probe.seconds());
   } else if (fCachedKey && k > 0 && probe.before(fCachedKey)) {
-    Tkeyframe* prev = keyframe(k - 1);
-    if (probe.after(prev)) return evaluateSpan(k, probe.seconds());
+    Tkeyframe* prev = keys.at(k - 1);
+    if (probe.after(prev)) return evaluateSpan(prev, keys.at(k), k, probe.seconds());
     if (probe.at(prev)) {
       fCachedKey = prev;
       fCachedIndex = k - 1;
@@ -107,23 +137,21 @@ double TparamCurve::evaluateInside(const Probe& probe) {
   }
 
   unsigned idx = 0;
-  const bool found = find(probe.timeValue(), idx);
+  const bool found = findSample(probe.t, idx);
   if (!found && idx >= n) {
     // After the last key with a constant post infinity. Pointing the cache at
     // key 0 here is deliberate: the next sample restarts from the beginning.
-    fCachedKey = keyframe(0);
+    fCachedKey = keys.at(0);
     fCachedIndex = 0;
-    return keyframe(n - 1)->value();
+    return keys.at(n - 1)->value();
   }
-  if (!found && idx > 0) return evaluateSpan(idx, probe.seconds());
+  if (!found && idx > 0) return evaluateSpan(keys.at(idx - 1), keys.at(idx), idx, probe.seconds());
   fCachedIndex = idx;
-  fCachedKey = keyframe(idx);
+  fCachedKey = keys.at(idx);
   return fCachedKey ? fCachedKey->value() : 0.0;
 }
 
-double TparamCurve::evaluateSpan(unsigned end, double t) {
-  const Tkeyframe* a = keyframe(end - 1);
-  const Tkeyframe* b = keyframe(end);
+double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigned end, double t) {
   if (!a || !b) return a ? a->value() : 0.0;
   switch (a->interpMethod()) {
     case Tkeyframe::kSpanLinear: {
@@ -225,19 +253,22 @@ void TparamCurve::adaptFixedTangentsForWeighting(bool weighted) {
     if (spanIn <= 0.0) spanIn = spanOut > 0.0 ? spanOut : 1.0;
     if (spanOut <= 0.0) spanOut = spanIn;
 
+    // Tangent components saturate at the float range.
+    const auto toFloat = [](double v) {
+      return static_cast<float>(std::fmax(-FLT_MAX, std::fmin(FLT_MAX, v)));
+    };
     const auto adapt = [&](float& x, float& y, double span) {
       if (!weighted) return;  // the new evaluator normalises to a direction
       // Direction kept; the handle reaches a third into the span, where a
       // weighted segment matches the non-weighted shape exactly.
-      const double len = std::sqrt(static_cast<double>(x) * x + static_cast<double>(y) * y);
-      if (len == 0.0) return;
+      if (x == 0.0f && y == 0.0f) return;
       if (x > 1e-5f) {
         const double slope = static_cast<double>(y) / x;
-        x = static_cast<float>(span);
-        y = static_cast<float>(slope * span);
+        x = toFloat(span);
+        y = toFloat(slope * span);
       } else {
         x = 0.0f;
-        y = static_cast<float>((y >= 0.0f ? 1.0 : -1.0) * span);
+        y = toFloat((y >= 0.0f ? 1.0 : -1.0) * span);
       }
     };
     float x = 0.0f, y = 0.0f;

@@ -5,12 +5,68 @@
 // (linear). The arithmetic rounds to float at the same places as the key
 // times are stored, so cycled samples land on the same values as the
 // originals.
+//
+// The mapped time is evaluated without looking at the infinities again. It
+// normally lies inside the keys anyway, but float rounding can put it an ulp
+// outside, and a stored type 2 leaves it at the raw offset within one period,
+// which may lie before the first key: going round again there would recurse
+// without end. Outside the keys the mapped time therefore takes the end key's
+// value.
 #include <cmath>
 
 #include "lumora/base/angle.h"
 #include "lumora/curve/param_curve.h"
 
 namespace lumora {
+
+namespace {
+
+// The time mapped into the keyed range, and how many periods away it was.
+struct Tmapped {
+  float local;
+  double cycles;
+};
+
+Tmapped mapIntoRange(double t, float tStart, float tEnd, float range, bool afterEnd, int type,
+                     bool pre) {
+  const double x = afterEnd ? (t - tEnd) / range : (t - tStart) / range;
+  double ip = 0.0;
+  const double f = std::fabs(std::modf(x, &ip));
+  float local = static_cast<float>(range * f);
+  const double cycles = std::fabs(ip) + 1.0;
+  switch (type) {
+    case TparamCurve::kOscillate: {
+      // Every other period runs backwards; which ones depends on the side.
+      const bool oddCycle = std::fmod(cycles * 0.5, 1.0) != 0.0;
+      local = (oddCycle != pre) ? tEnd - local : local + tStart;
+      break;
+    }
+    case TparamCurve::kCycle:
+    case TparamCurve::kCycleRelative:
+      local = pre ? tEnd - local : local + tStart;
+      break;
+    default:
+      break;  // a stored 2 evaluates at the raw offset within one period
+  }
+  return {local, cycles};
+}
+
+// v shifted by whole value differences for cycle relative. A zero difference
+// adds nothing, even after infinitely many periods.
+double shiftForCycles(double v, double difference, double cycles, bool pre) {
+  if (difference == 0.0) return v;
+  const double shift = difference * cycles;
+  return pre ? v - shift : v + shift;
+}
+
+// The end value continued along a slope for `distance` seconds (rounded to
+// float). A flat slope continues at the end value, even at an infinite time.
+double continueAlong(double endValue, double slope, float distance, bool pre) {
+  if (slope == 0.0) return endValue;
+  return pre ? endValue - slope * distance : endValue + slope * distance;
+}
+
+}  // namespace
 
 double TparamCurve::evaluateInfinities(float t, bool pre) {
   const unsigned n = keyframeCount();
@@ -22,54 +78,18 @@ double TparamCurve::evaluateInfinities(float t, bool pre) {
   const float range = tEnd - tStart;
   if (range == 0.0f) return first->value();
 
-  const double x = t <= tEnd ? (static_cast<double>(t) - tStart) / range
-                             : (static_cast<double>(t) - tEnd) / range;
-  double ip = 0.0;
-  const double f = std::fabs(std::modf(x, &ip));
-  float local = static_cast<float>(range * f);
-  const double cycles = std::fabs(ip) + 1.0;
-  const bool oddCycle = std::fmod(cycles * 0.5, 1.0) != 0.0;
   const TinfinityType type = pre ? fPreInfinity : fPostInfinity;
-
-  if (!pre) {
-    switch (type) {
-      case kOscillate:
-        local = oddCycle ? tEnd - local : local + tStart;
-        break;
-      case kCycle:
-      case kCycleRelative:
-        local = local + tStart;
-        break;
-      case kLinear: {
-        const double angle = tangentAngle(n - 1, /*inSide=*/true, 1.0f, 1.0f).radians();
-        return last->value() + std::tan(angle) * static_cast<float>(t - tEnd);
-      }
-      default:
-        break;  // a stored 2 evaluates at the raw offset within one period
-    }
-  } else {
-    switch (type) {
-      case kOscillate:
-        local = oddCycle ? local + tStart : tEnd - local;
-        break;
-      case kCycle:
-      case kCycleRelative:
-        local = tEnd - local;
-        break;
-      case kLinear: {
-        // Both ends extend along the in tangent of their key.
-        const double angle = tangentAngle(0, /*inSide=*/true, 1.0f, 1.0f).radians();
-        return first->value() - std::tan(angle) * static_cast<float>(tStart - t);
-      }
-      default:
-        break;
-    }
+  if (type == kLinear) {
+    // Both ends extend along the in tangent of their key.
+    const unsigned index = pre ? 0 : n - 1;
+    const double slope = std::tan(tangentAngle(index, /*inSide=*/true, 1.0f, 1.0f).radians());
+    const float distance = pre ? tStart - t : t - tEnd;
+    return continueAlong(pre ? first->value() : last->value(), slope, distance, pre);
   }
-
-  const double v = evaluate(local);
+  const Tmapped m = mapIntoRange(t, tStart, tEnd, range, /*afterEnd=*/t > tEnd, type, pre);
+  const double v = evaluateMapped(m.local);
   if (type != kCycleRelative) return v;
-  const double shift = (last->value() - first->value()) * cycles;
-  return pre ? v - shift : v + shift;
+  return shiftForCycles(v, last->value() - first->value(), m.cycles, pre);
 }
 
 double TparamCurve::evaluateInfinities(const TtimeValue& t, bool pre) {
@@ -83,42 +103,27 @@ double TparamCurve::evaluateInfinities(const TtimeValue& t, bool pre) {
   if (range == 0.0f) return first->value();
 
   const float ts = t.inSeconds();
-  const double x = t <= timeValue(last) ? (static_cast<double>(ts) - tStart) / range
-                                        : (static_cast<double>(ts) - tEnd) / range;
-  double ip = 0.0;
-  const double f = std::fabs(std::modf(x, &ip));
-  float local = static_cast<float>(range * f);
-  const double cycles = std::fabs(ip) + 1.0;
-  const bool oddCycle = std::fmod(cycles * 0.5, 1.0) != 0.0;
   const TinfinityType type = pre ? fPreInfinity : fPostInfinity;
-
-  switch (type) {
-    case kOscillate:
-      local = (oddCycle != pre) ? tEnd - local : local + tStart;
-      break;
-    case kCycle:
-    case kCycleRelative:
-      local = pre ? tEnd - local : local + tStart;
-      break;
-    case kLinear: {
-      const unsigned index = pre ? 0 : n - 1;
-      const double angle = tangentAngle(index, /*inSide=*/true, 1.0f, 1.0f).radians();
-      if (pre) return first->value() - std::tan(angle) * static_cast<float>(tStart - ts);
-      return last->value() + std::tan(angle) * static_cast<float>(ts - tEnd);
-    }
-    default:
-      break;
+  if (type == kLinear) {
+    const unsigned index = pre ? 0 : n - 1;
+    const double slope = std::tan(tangentAngle(index, /*inSide=*/true, 1.0f, 1.0f).radians());
+    const float distance = pre ? tStart - ts : ts - tEnd;
+    return continueAlong(pre ? first->value() : last->value(), slope, distance, pre);
   }
-
-  const double v = evaluate(makeTimeValue(local));
+  const bool afterEnd = !(t <= timeValue(last));
+  const Tmapped m = mapIntoRange(ts, tStart, tEnd, range, afterEnd, type, pre);
+  const double v = evaluateMapped(makeTimeValue(m.local));
   if (type != kCycleRelative) return v;
-  const double shift = (last->value() - first->value()) * cycles;
-  return pre ? v - shift : v + shift;
+  return shiftForCycles(v, last->value() - first->value(), m.cycles, pre);
 }
 
-void TparamCurve::setPreInfinityType(TinfinityType type) { setInfinityType(type, true); }
+void TparamCurve::setPreInfinityType(TinfinityType type) {
+  setInfinityType(type, true);
+}
 
-void TparamCurve::setPostInfinityType(TinfinityType type) { setInfinityType(type, false); }
+void TparamCurve::setPostInfinityType(TinfinityType type) {
+  setInfinityType(type, false);
+}
 
 void TparamCurve::setInfinityType(TinfinityType type, bool pre) {
   TparamCurve* curves[3] = {this, nullptr, nullptr};
@@ -132,8 +137,8 @@ void TparamCurve::setInfinityType(TinfinityType type, bool pre) {
       curves[2] = z;
     }
   }
-  const bool accepted = type == kLinear || type == kCycle || type == kCycleRelative ||
-                        type == kOscillate;
+  const bool accepted =
+      type == kLinear || type == kCycle || type == kCycleRelative || type == kOscillate;
   const TinfinityType stored = accepted ? type : kConstant;
   for (TparamCurve* c : curves) {
     if (!c) continue;

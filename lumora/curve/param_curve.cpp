@@ -55,9 +55,6 @@ TparamCurve::TparamCurve(const TparamCurve& other) : TdeltaUser(), TclientServer
 
 TparamCurve& TparamCurve::operator=(const TparamCurve& other) {
   if (this == &other) return *this;
-  // Handles registered on this curve must stop trusting the keys that go.
-  const unsigned n = physicalCount();
-  for (unsigned i = 0; i < n; ++i) sendAddDeleteMessage(keyArray()->at(i), false);
   removeAllKeys(/*recreate=*/false, /*deleteKeys=*/true);
   delete fFloatKeys;
   delete fTickKeys;
@@ -112,6 +109,9 @@ void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
   if (array && deleteKeys) {
     for (unsigned i = 0; i < array->count(); ++i) {
       Tkeyframe* key = array->at(i);
+      // The key object is gone for good (no undo record keeps it), so handles
+      // registered on this curve must stop trusting their pointer to it.
+      sendAddDeleteMessage(key, /*added=*/false);
       notifyClientsOfChange(key, 1);
       delete key;
     }
@@ -145,8 +145,7 @@ void TparamCurve::setCachedSiblingCurves(TparamCurve* x, TparamCurve* y, TparamC
   fSiblingZ = z;
 }
 
-void TparamCurve::getCachedSiblingCurves(TparamCurve*& x, TparamCurve*& y,
-                                         TparamCurve*& z) const {
+void TparamCurve::getCachedSiblingCurves(TparamCurve*& x, TparamCurve*& y, TparamCurve*& z) const {
   x = fSiblingX;
   y = fSiblingY;
   z = fSiblingZ;
@@ -195,12 +194,6 @@ TtimeValue& TparamCurve::timeValueRef(const Tkeyframe* key) const {
   return scratch;
 }
 
-float TparamCurve::seconds(const Tkeyframe* key) const {
-  if (!key) return 0.0f;
-  if (fTickKeys) return static_cast<float>(key->timeAsTicks()) * TanimTime::kSecondsPerTick;
-  return key->timeAsFloat();
-}
-
 TanimTime TparamCurve::animTime(const Tkeyframe* key) const {
   if (key && fTickKeys) return key->timeAsAnimTime();
   TanimTime t;
@@ -232,44 +225,83 @@ TtimeValue TparamCurve::maxTimeValue() const {
 
 // --- Lookup ------------------------------------------------------------------------------
 
-bool TparamCurve::find(const TtimeValue& t, unsigned& index) const {
-  const TkeyArray* array = keyArray();
-  index = 0;
-  if (!array || array->count() == 0) return false;
-  Tkeyframe* const* keys = array->keys();
+namespace {
+
+// Binary search of a tick array for exact ticks. Found: true and the index.
+// Not found: false and the insertion position.
+bool searchTicks(const TkeyArray& array, std::int32_t probe, unsigned& index) {
+  Tkeyframe* const* keys = array.keys();
   std::int64_t low = 0;
-  std::int64_t high = static_cast<std::int64_t>(array->count()) - 1;
-  if (fTickKeys) {
-    const std::int32_t probe = t.asAnimTime().inTicks();
-    while (low <= high) {
-      const std::int64_t mid = (low + high) >> 1;
-      const std::int32_t ticks = keys[mid]->timeAsTicks();
-      if (probe < ticks) {
-        high = mid - 1;
-      } else if (probe > ticks) {
-        low = mid + 1;
-      } else {
-        index = static_cast<unsigned>(mid);
-        return true;
-      }
-    }
-  } else {
-    const float probe = t.inSeconds();
-    if (std::isnan(probe)) return false;
-    while (low <= high) {
-      const std::int64_t mid = (low + high) >> 1;
-      const float time = keys[mid]->timeAsFloat();
-      if (probe < time - Tkeyframe::kTimeTolerance) {
-        high = mid - 1;
-      } else if (probe > time + Tkeyframe::kTimeTolerance) {
-        low = mid + 1;
-      } else {
-        index = static_cast<unsigned>(mid);
-        return true;
-      }
+  std::int64_t high = static_cast<std::int64_t>(array.count()) - 1;
+  while (low <= high) {
+    const std::int64_t mid = (low + high) >> 1;
+    const std::int32_t ticks = keys[mid]->timeAsTicks();
+    if (probe < ticks) {
+      high = mid - 1;
+    } else if (probe > ticks) {
+      low = mid + 1;
+    } else {
+      index = static_cast<unsigned>(mid);
+      return true;
     }
   }
   index = static_cast<unsigned>(low);
+  return false;
+}
+
+// The same for a float array, with the keys' 1e-5 s tolerance. A NaN probe
+// is never found and would be inserted first.
+bool searchSeconds(const TkeyArray& array, float probe, unsigned& index) {
+  index = 0;
+  if (std::isnan(probe)) return false;
+  Tkeyframe* const* keys = array.keys();
+  std::int64_t low = 0;
+  std::int64_t high = static_cast<std::int64_t>(array.count()) - 1;
+  while (low <= high) {
+    const std::int64_t mid = (low + high) >> 1;
+    const float time = keys[mid]->timeAsFloat();
+    if (probe < time - Tkeyframe::kTimeTolerance) {
+      high = mid - 1;
+    } else if (probe > time + Tkeyframe::kTimeTolerance) {
+      low = mid + 1;
+    } else {
+      index = static_cast<unsigned>(mid);
+      return true;
+    }
+  }
+  index = static_cast<unsigned>(low);
+  return false;
+}
+
+// The ticks that makeTimeValue() gives a tick curve for `seconds`.
+std::int32_t secondsToTicks(float seconds) {
+  TanimTime ticks;
+  ticks.setValue(seconds, TtimeUnitSystem::kSeconds);
+  return ticks.inTicks();
+}
+
+}  // namespace
+
+bool TparamCurve::find(const TtimeValue& t, unsigned& index) const {
+  index = 0;
+  const TkeyArray* array = keyArray();
+  if (!array || array->count() == 0) return false;
+  if (fTickKeys) return searchTicks(*array, t.asAnimTime().inTicks(), index);
+  return searchSeconds(*array, t.inSeconds(), index);
+}
+
+bool TparamCurve::findSample(float seconds, unsigned& index) const {
+  index = 0;
+  const TkeyArray* array = keyArray();
+  if (!array || array->count() == 0) return false;
+  if (fTickKeys) return searchTicks(*array, secondsToTicks(seconds), index);
+  return searchSeconds(*array, seconds, index);
+}
+
+bool TparamCurve::secondsBefore(float seconds, const Tkeyframe* key) const {
+  if (!key) return false;
+  if (fFloatKeys) return seconds < key->timeAsFloat();
+  if (fTickKeys) return secondsToTicks(seconds) < key->timeAsTicks();
   return false;
 }
 
@@ -386,14 +418,18 @@ void TparamCurve::noUpdate(TtimeUnitSystem from, TtimeUnitSystem to) {
   TanimTime oneTo;
   oneFrom.setValue(1.0, from);
   oneTo.setValue(1.0, to);
-  if (oneFrom.inTicks() == 0) return;
+  // An unknown unit has no ticks; rescaling by it would collapse every key.
+  if (oneFrom.inTicks() == 0 || oneTo.inTicks() == 0) return;
   const double ratio = static_cast<double>(oneTo.inTicks()) / oneFrom.inTicks();
   const unsigned n = physicalCount();
   const auto rescale = [&](unsigned i) {
     Tkeyframe* key = keyframe(i);
-    if (key) {
-      key->setTime(TanimTime(static_cast<std::int32_t>(std::trunc(key->timeAsTicks() * ratio))));
-    }
+    if (!key) return;
+    // Truncated toward zero; a time beyond the tick range saturates.
+    const double ticks = std::trunc(key->timeAsTicks() * ratio);
+    const double lo = TanimTime::minTime.inTicks();
+    const double hi = TanimTime::maxTime.inTicks();
+    key->setTime(TanimTime(static_cast<std::int32_t>(std::fmax(lo, std::fmin(hi, ticks)))));
   };
   // Shrinking walks forward and growing walks backward, so a key never passes
   // over a neighbour that has not been rescaled yet.

@@ -171,7 +171,11 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   TtimeValue timeValue(const Tkeyframe* key) const;
   TtimeValue timeValue(unsigned i) const { return timeValue(keyframe(i)); }
   /// Seconds of a key: ticks x 0.00016666666f on tick curves; 0 for null.
-  float seconds(const Tkeyframe* key) const;
+  float seconds(const Tkeyframe* key) const {
+    if (!key) return 0.0f;
+    if (fTickKeys) return static_cast<float>(key->timeAsTicks()) * TanimTime::kSecondsPerTick;
+    return key->timeAsFloat();
+  }
   float seconds(unsigned i) const { return seconds(keyframe(i)); }
   TanimTime animTime(const Tkeyframe* key) const;
   TanimTime animTime(unsigned i) const { return animTime(keyframe(i)); }
@@ -197,11 +201,13 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void setValue(unsigned i, double v, float w);
   /// Moves key i to time t. False for a missing key, a refused scope or a
   /// time that breaks the order; the new time stays written even then, and
-  /// the caller must put it back. A time of the other kind writes nothing.
+  /// the caller must put it back. A time of the other kind writes nothing,
+  /// and a float time that is not finite is refused (false).
   bool setTime(unsigned i, const TtimeValue& t);
   /// Tells clients the curve changed without changing it.
   void markDirty();
   /// Rescales tick times from one unit system to another; no message, no delta.
+  /// Nothing for an unknown unit; times beyond the tick range saturate.
   void noUpdate(TtimeUnitSystem from, TtimeUnitSystem to);
   /// Prints the keys through `out`, then closes it.
   void debugOutput(TdebugOutput& out) const;
@@ -274,7 +280,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Records a snapshot of the whole curve while recording.
   void generateCurveDeltas();
 
-  // --- Change notification -------------------------------------------------------------------------
+  // --- Change notification --------------------------------------------------------------
 
   static TparamCurveMsgDepot& globalMsgDepot();
   static void addGlobalClient(Tclient* client, TclientCallback callback);
@@ -318,6 +324,12 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
 
   // --- Storage (curve/param_curve.cpp) ---
   TkeyArray* keyArray() const { return fFloatKeys ? fFloatKeys : fTickKeys; }
+  /// find() for a time in seconds, without building a time value: the same
+  /// answer as find(makeTimeValue(seconds), index).
+  bool findSample(float seconds, unsigned& index) const;
+  bool findSample(const TtimeValue& t, unsigned& index) const { return find(t, index); }
+  /// makeTimeValue(seconds) < timeValue(key), without building time values.
+  bool secondsBefore(float seconds, const Tkeyframe* key) const;
   unsigned physicalCount() const;
   void copyFrom(const TparamCurve& other);
   TtimeValue& timeValueRef(const Tkeyframe* key) const;
@@ -331,9 +343,15 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   TsegmentEvaluator* makeEvaluator(bool weighted) const;
 
   // --- Evaluation (curve/evaluate.cpp, curve/infinity.cpp) ---
+  /// Steps 4 to 7 of evaluation: static curve, cache walk, full search, span.
   template <typename Probe>
-  double evaluateInside(const Probe& probe);
-  double evaluateSpan(unsigned end, double t);
+  double evaluateInside(const Probe& probe, unsigned n);
+  /// Evaluation of a time that infinity evaluation mapped into the keyed
+  /// range: like evaluate(), but never enters an infinity again.
+  double evaluateMapped(float t);
+  double evaluateMapped(const TtimeValue& t);
+  /// The span from key a to key b = key `end`, at t seconds.
+  double evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigned end, double t);
   void setInterpolationInterval(unsigned i);
   void setSpanInterpMethod(unsigned i);
   double evaluateInfinities(float t, bool pre);

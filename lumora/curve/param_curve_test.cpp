@@ -229,8 +229,9 @@ TEST(TparamCurve, DebugOutputFormat) {
   putKey(t, new Tkeyframe(TanimTime(6000), -1.0));
   TstringDebugOutput ticks;
   t.debugOutput(ticks);
-  EXPECT_NE(ticks.text().find(" : 1 animTime keysindex: 0\t time: 6000.000000\t value: -1.000000\n"),
-            std::string::npos);
+  EXPECT_NE(
+      ticks.text().find(" : 1 animTime keysindex: 0\t time: 6000.000000\t value: -1.000000\n"),
+      std::string::npos);
 }
 
 TEST(TparamCurve, SiblingsAndRotationModes) {
@@ -249,14 +250,14 @@ TEST(TparamCurve, SiblingsAndRotationModes) {
   siblings[1] = &a;
   siblings[2] = &b;
   int host = 0;
-  c.setTDNparamCurve(&host, [](void* tdn, TparamCurve** px, TparamCurve** py, TparamCurve** pz,
-                               bool) {
-    if (!tdn) return false;
-    *px = siblings[0];
-    *py = siblings[1];
-    *pz = siblings[2];
-    return true;
-  });
+  c.setTDNparamCurve(&host,
+                     [](void* tdn, TparamCurve** px, TparamCurve** py, TparamCurve** pz, bool) {
+                       if (!tdn) return false;
+                       *px = siblings[0];
+                       *py = siblings[1];
+                       *pz = siblings[2];
+                       return true;
+                     });
   EXPECT_EQ(c.TDNparamCurve(), &host);
   EXPECT_TRUE(c.getSiblingRotationCurves(&x, &y, &z, true));
   EXPECT_EQ(y, &a);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 
@@ -32,8 +33,9 @@ double bezier(double p0, double p1, double p2, double p3, double s) {
   return r * r * r * p0 + 3.0 * r * r * s * p1 + 3.0 * r * s * s * p2 + s * s * s * p3;
 }
 
-TEST(VerticalSlope, IsTheSlopeOf89Point99999Degrees) {
-  EXPECT_EQ(verticalSlope(), 5729577.948511148);
+std::unique_ptr<TsegmentEvaluator> evaluator(bool weighted) {
+  if (weighted) return std::make_unique<TbezierSegmentEvaluator>(true);
+  return std::make_unique<ThermiteSegmentEvaluator>(true);
 }
 
 TEST(ThermiteSegmentEvaluator, EvaluatesTheHermiteCubic) {
@@ -45,61 +47,43 @@ TEST(ThermiteSegmentEvaluator, EvaluatesTheHermiteCubic) {
   EXPECT_DOUBLE_EQ(ev.evaluate(1.5), 2.0 + 4.0 * (3 * 0.0625 - 2 * 0.015625));
 
   // Only the handles' slopes matter, not their lengths.
-  ThermiteSegmentEvaluator longer(true);
+  ThermiteSegmentEvaluator longer(true), shorter(true);
   loadSpan(longer, 1.0, 2.0, 0.5f, 1.0f, 3.0, 6.0, 3.0f, -1.5f);
-  ThermiteSegmentEvaluator shorter(true);
   loadSpan(shorter, 1.0, 2.0, 0.05f, 0.1f, 3.0, 6.0, 0.2f, -0.1f);
   for (double t = 1.0; t <= 3.0; t += 0.125) {
     EXPECT_NEAR(longer.evaluate(t), shorter.evaluate(t), 1e-6) << t;
   }
 }
 
+// tan(89.99999 degrees) stands in for a vertical slope.
 TEST(ThermiteSegmentEvaluator, ZeroLengthHandleIsVerticalUpwards) {
+  EXPECT_EQ(verticalSlope(), 5729577.948511148);
   for (const double handleY : {0.0, 1.0, -1.0}) {
     ThermiteSegmentEvaluator ev(true);
     double x1 = 0.0, y1 = handleY, x2 = 2.0 / 3.0, y2 = 0.0;
     ev.setSegment(0.0, 0.0, x1, y1, x2, y2, 1.0, 0.0, true);
-    const double d = 1e-12;
-    EXPECT_NEAR(ev.evaluate(d) / d, 5729577.948511148, 1e-3) << handleY;
+    EXPECT_NEAR(ev.evaluate(1e-12) / 1e-12, 5729577.948511148, 1e-3) << handleY;
     // The split hands the start key the same slope back.
     float kx, ky, ox, oy, px, py, nx, ny;
     ev.splitSegment(0.5, kx, ky, ox, oy, px, py, nx, ny);
-    EXPECT_EQ(px, 0.0001f);
-    EXPECT_EQ(py, static_cast<float>(verticalSlope() * static_cast<double>(0.0001f)));
+    EXPECT_EQ((std::array{px, py}),
+              (std::array{0.0001f, static_cast<float>(5729577.948511148 * double{0.0001f})}));
   }
 }
 
-TEST(ThermiteSegmentEvaluator, ZeroLengthSegmentHoldsStartValue) {
-  ThermiteSegmentEvaluator ev(true);
-  double x1 = 2.0, y1 = 1.0, x2 = 2.0, y2 = 3.0;
-  ev.setSegment(2.0, 1.5, x1, y1, x2, y2, 2.0, 4.0, true);
-  EXPECT_EQ(ev.evaluate(2.0), 1.5);
-  EXPECT_EQ(ev.evaluate(7.0), 1.5);
-}
-
-TEST(TbezierSegmentEvaluator, ThirdHandlesMatchHermite) {
-  struct Row {
-    double t0, y0;
-    float outX, outY;
-    double t3, y3;
-    float inX, inY;
-  };
-  const Row rows[] = {
-      {0.0, 0.0, 1.0f, 0.0f, 1.0, 1.0, 1.0f, 0.0f},
-      {1.0, 2.0, 2.0f, 5.0f, 3.0, -1.0f, 2.0f, 3.0f},
-      {-2.0, 10.0, 0.5f, -4.0f, 0.5, 10.0f, 2.5f, 8.0f},
-  };
-  for (const Row& r : rows) {
-    const double h = r.t3 - r.t0;
-    // Weighted tangents exactly as long as the span.
+TEST(TbezierSegmentEvaluator, SpanLongHandlesMatchHermite) {
+  // t0, y0, out slope, t3, y3, in slope.
+  const double rows[][6] = {
+      {0, 0, 0, 1, 1, 0}, {1, 2, 2.5, 3, -1, 1.5}, {-2, 10, -8, 0.5, 10, 3.2}};
+  for (const auto& r : rows) {
+    const double h = r[3] - r[0];
+    const auto f = [](double v) { return static_cast<float>(v); };
     TbezierSegmentEvaluator weighted(true);
-    loadSpan(weighted, r.t0, r.y0, static_cast<float>(h), static_cast<float>(r.outY / r.outX * h),
-             r.t3, r.y3, static_cast<float>(h), static_cast<float>(r.inY / r.inX * h));
+    loadSpan(weighted, r[0], r[1], f(h), f(r[2] * h), r[3], r[4], f(h), f(r[5] * h));
     ThermiteSegmentEvaluator plain(true);
-    loadSpan(plain, r.t0, r.y0, r.outX, r.outY, r.t3, r.y3, r.inX, r.inY);
-    for (int i = 0; i <= 40; ++i) {
-      const double t = r.t0 + h * i / 40.0;
-      EXPECT_NEAR(weighted.evaluate(t), plain.evaluate(t), 1e-5) << r.t0 << " " << t;
+    loadSpan(plain, r[0], r[1], 1.0f, f(r[2]), r[3], r[4], 1.0f, f(r[5]));
+    for (double t = r[0]; t <= r[3]; t += h / 40) {
+      EXPECT_NEAR(weighted.evaluate(t), plain.evaluate(t), 1e-5) << r[0] << " " << t;
     }
   }
 }
@@ -108,34 +92,28 @@ TEST(TbezierSegmentEvaluator, FollowsTheBezierInTimeAndValue) {
   TbezierSegmentEvaluator ev(true);
   double x1 = 0.9, y1 = 5.0, x2 = 1.2, y2 = -3.0;
   ev.setSegment(0.5, 1.0, x1, y1, x2, y2, 2.5, 2.0, true);
-  EXPECT_EQ(x1, 0.9);  // inside the segment: not moved
-  EXPECT_EQ(x2, 1.2);
+  EXPECT_EQ((std::array{x1, x2}), (std::array{0.9, 1.2}));  // inside the segment: not moved
   for (int i = 0; i <= 50; ++i) {
     const double s = i / 50.0;
     const double t = bezier(0.5, 0.9, 1.2, 2.5, s);
     EXPECT_NEAR(ev.evaluate(t), bezier(1.0, 5.0, -3.0, 2.0, s), 1e-9) << s;
   }
-  EXPECT_EQ(ev.evaluate(0.5), 1.0);
-  EXPECT_EQ(ev.evaluate(2.5), 2.0);
-  // Outside the segment the time polynomial has no root in [0, 1].
-  EXPECT_EQ(ev.evaluate(3.0), 1.0);
+  // Outside the segment (3.0) the time polynomial has no root in [0, 1].
+  EXPECT_EQ((std::array{ev.evaluate(0.5), ev.evaluate(2.5), ev.evaluate(3.0)}),
+            (std::array{1.0, 2.0, 1.0}));
 }
 
 TEST(TbezierSegmentEvaluator, HandlesOutsideTheSegmentArePulledIn) {
   TbezierSegmentEvaluator ev(true);
   double x1 = -1.0, y1 = 7.0, x2 = 4.0, y2 = 9.0;
   ev.setSegment(0.0, 1.0, x1, y1, x2, y2, 2.0, 3.0, true);
-  EXPECT_EQ(x1, 0.0);
-  EXPECT_EQ(y1, 1.0);
-  EXPECT_EQ(x2, 2.0);
-  EXPECT_EQ(y2, 3.0);
+  EXPECT_EQ((std::array{x1, y1, x2, y2}), (std::array{0.0, 1.0, 2.0, 3.0}));
 
   // A first handle beyond the end, kept: only the second one moves, shortened
   // along its own direction.
   double a1 = 2.5, b1 = 2.0, a2 = 0.2, b2 = 5.0;
   ev.setSegment(0.0, 0.0, a1, b1, a2, b2, 2.0, 3.0, /*keepFirst=*/true);
-  EXPECT_EQ(a1, 2.5);
-  EXPECT_EQ(b1, 2.0);
+  EXPECT_EQ((std::array{a1, b1}), (std::array{2.5, 2.0}));
   EXPECT_GT(a2, 0.2);
   EXPECT_NEAR((b2 - 3.0) / (a2 - 2.0), (5.0 - 3.0) / (0.2 - 2.0), 1e-9);
   // Kept as the first, the long handle wins; otherwise the second one does.
@@ -146,13 +124,17 @@ TEST(TbezierSegmentEvaluator, HandlesOutsideTheSegmentArePulledIn) {
   EXPECT_NEAR(d1 / c1, 2.0 / 2.5, 1e-9);
 }
 
-TEST(TbezierSegmentEvaluator, ZeroLengthSegmentKeepsThePreviousOne) {
-  TbezierSegmentEvaluator ev(true);
-  EXPECT_EQ(ev.evaluate(0.5), 0.0);  // nothing loaded yet: flat at 0
-  loadSpan(ev, 0.0, 0.0, 3.0f, 3.0f, 3.0, 3.0, 3.0f, 3.0f);
-  double x1 = 5.0, y1 = 9.0, x2 = 5.0, y2 = 9.0;
-  ev.setSegment(5.0, 9.0, x1, y1, x2, y2, 5.0, 9.0, true);
-  EXPECT_DOUBLE_EQ(ev.evaluate(1.5), 1.5);
+TEST(SegmentEvaluator, ZeroLengthSegments) {
+  ThermiteSegmentEvaluator plain(true);  // holds the start value
+  double x1 = 2.0, y1 = 1.0, x2 = 2.0, y2 = 3.0;
+  plain.setSegment(2.0, 1.5, x1, y1, x2, y2, 2.0, 4.0, true);
+  EXPECT_EQ((std::array{plain.evaluate(2.0), plain.evaluate(7.0)}), (std::array{1.5, 1.5}));
+  TbezierSegmentEvaluator weighted(true);  // keeps the previous segment
+  EXPECT_EQ(weighted.evaluate(0.5), 0.0);  // nothing loaded yet: flat at 0
+  loadSpan(weighted, 0.0, 0.0, 3.0f, 3.0f, 3.0, 3.0, 3.0f, 3.0f);
+  double a1 = 5.0, b1 = 9.0, a2 = 5.0, b2 = 9.0;
+  weighted.setSegment(5.0, 9.0, a1, b1, a2, b2, 5.0, 9.0, true);
+  EXPECT_DOUBLE_EQ(weighted.evaluate(1.5), 1.5);
 }
 
 TEST(TbezierSegmentEvaluator, MonotonicConstraintKeepsTimeRunningForwards) {
@@ -165,13 +147,10 @@ TEST(TbezierSegmentEvaluator, MonotonicConstraintKeepsTimeRunningForwards) {
         TbezierSegmentEvaluator ev(true);
         double x1 = 2.0 + 4.0 * u1, y1 = 1.0, x2 = 2.0 + 4.0 * u2, y2 = -1.0;
         ev.setSegment(2.0, 0.0, x1, y1, x2, y2, 6.0, 0.5, keepFirst);
-        const double a = (x1 - 2.0) / 4.0;
-        const double b = (x2 - 2.0) / 4.0;
-        double previous = -1.0;
-        for (int i = 0; i <= 400; ++i) {
-          const double x = bezier(0.0, a, b, 1.0, i / 400.0);
-          ASSERT_GE(x, previous - 1e-12) << u1 << " " << u2 << " " << keepFirst;
-          previous = x;
+        const double a = (x1 - 2.0) / 4.0, b = (x2 - 2.0) / 4.0;
+        for (int i = 0; i < 400; ++i) {
+          ASSERT_LE(bezier(0, a, b, 1, i / 400.0), bezier(0, a, b, 1, (i + 1) / 400.0) + 1e-12)
+              << u1 << " " << u2 << " " << keepFirst;
         }
         // Every time in the segment has its one parameter.
         for (int i = 1; i < 20; ++i) {
@@ -190,79 +169,60 @@ TEST(SegmentEvaluator, ExtremesOfAnOvershootingSegment) {
   const double tMax = 0.5 - std::sqrt(3.0) / 6.0;
   const double tMin = 0.5 + std::sqrt(3.0) / 6.0;
   const double peak = std::sqrt(3.0) / 6.0;
-  ThermiteSegmentEvaluator plain(true);
-  loadSpan(plain, 0.0, 0.0, 1.0f, 3.0f, 1.0, 0.0, 1.0f, 3.0f);
-  TbezierSegmentEvaluator weighted(true);
-  loadSpan(weighted, 0.0, 0.0, 1.0f, 3.0f, 1.0, 0.0, 1.0f, 3.0f);
-  for (const TsegmentEvaluator* ev : {static_cast<const TsegmentEvaluator*>(&plain),
-                                      static_cast<const TsegmentEvaluator*>(&weighted)}) {
-    double minValue, maxValue, minTime, maxTime;
-    ev->segmentExtremes(minValue, maxValue, minTime, maxTime);
-    EXPECT_NEAR(maxValue, peak, 1e-12);
-    EXPECT_NEAR(minValue, -peak, 1e-12);
-    EXPECT_NEAR(maxTime, tMax, 1e-12);
-    EXPECT_NEAR(minTime, tMin, 1e-12);
+  for (const bool weighted : {false, true}) {
+    const std::unique_ptr<TsegmentEvaluator> ev = evaluator(weighted);
+    loadSpan(*ev, 0.0, 0.0, 1.0f, 3.0f, 1.0, 0.0, 1.0f, 3.0f);
+    std::array<double, 4> e;  // min value, max value, min time, max time
+    ev->segmentExtremes(e[0], e[1], e[2], e[3]);
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(e[i], (std::array{-peak, peak, tMin, tMax})[i], 1e-12);
+    // A monotonic segment has its extremes at the ends.
+    loadSpan(*ev, 1.0, 2.0, 1.0f, 0.0f, 3.0, 6.0, 1.0f, 0.0f);
+    ev->segmentExtremes(e[0], e[1], e[2], e[3]);
+    EXPECT_EQ(e, (std::array{2.0, 6.0, 1.0, 3.0}));
   }
-
-  // A monotonic segment has its extremes at the ends.
-  loadSpan(plain, 1.0, 2.0, 1.0f, 0.0f, 3.0, 6.0, 1.0f, 0.0f);
-  double minValue, maxValue, minTime, maxTime;
-  plain.segmentExtremes(minValue, maxValue, minTime, maxTime);
-  EXPECT_EQ(minValue, 2.0);
-  EXPECT_EQ(minTime, 1.0);
-  EXPECT_EQ(maxValue, 6.0);
-  EXPECT_EQ(maxTime, 3.0);
 }
 
 TEST(SegmentEvaluator, ValueBoundsWidenToTheControlPolygon) {
   ThermiteSegmentEvaluator ev(true);
   double lo = 0.0, hi = 1.0;
   ev.segmentValueBounds(0.5, -2.0, 0.75, 0.25, lo, hi);
-  EXPECT_EQ(lo, -2.0);
-  EXPECT_EQ(hi, 1.0);
+  EXPECT_EQ((std::array{lo, hi}), (std::array{-2.0, 1.0}));
   ev.segmentValueBounds(0.5, 0.5, 4.0, 0.5, lo, hi);
-  EXPECT_EQ(lo, -2.0);
-  EXPECT_EQ(hi, 4.0);
+  EXPECT_EQ((std::array{lo, hi}), (std::array{-2.0, 4.0}));
 }
 
-// Splits the span at t and checks that the two halves, loaded from the
-// returned tangents, trace the original.
-void expectSplitKeepsShape(TsegmentEvaluator& ev, double t0, double y0, float outX, float outY,
-                           double t3, double y3, float inX, float inY, double t) {
-  loadSpan(ev, t0, y0, outX, outY, t3, y3, inX, inY);
-  double original[101];
-  for (int i = 0; i <= 100; ++i) original[i] = ev.evaluate(t0 + (t3 - t0) * i / 100.0);
-  float kx, ky, ox, oy, px, py, nx, ny;
-  const double v = ev.splitSegment(t, kx, ky, ox, oy, px, py, nx, ny);
-  EXPECT_NEAR(v, ev.evaluate(t), 1e-9);
-  if (!ev.isWeighted()) {
-    EXPECT_NEAR(kx * kx + ky * ky, 1.0f, 1e-6f);  // directions in storage form
-    EXPECT_NEAR(px * px + py * py, 1.0f, 1e-6f);
-  }
-  const double scale = std::max({1.0, std::fabs(y0), std::fabs(y3)});
-  for (int i = 0; i <= 100; ++i) {
-    const double time = t0 + (t3 - t0) * i / 100.0;
-    if (time <= t) {
-      loadSpan(ev, t0, y0, px, py, t, v, kx, ky);
-    } else {
-      loadSpan(ev, t, v, ox, oy, t3, y3, nx, ny);
-    }
-    EXPECT_NEAR(ev.evaluate(time), original[i], 2e-5 * scale)
-        << (ev.isWeighted() ? "weighted " : "plain ") << time;
-  }
-}
-
+// The two halves of a split, loaded from the returned tangents, trace the original.
 TEST(SegmentEvaluator, SplitHalvesTraceTheOriginal) {
+  // Plain; then weighted with third handles (linear time), long, short and constrained ones.
+  const float handles[][4] = {{0.6f, 0.8f, 0.96f, -0.28f},
+                              {2.0f, 6.0f, 2.0f, -1.0f},
+                              {5.0f, 6.0f, 0.3f, 4.0f},
+                              {0.2f, -2.0f, 5.5f, -1.0f},
+                              {7.0f, 2.0f, 6.0f, -1.0f}};
   for (const double t : {0.3, 1.0, 1.75}) {
-    ThermiteSegmentEvaluator plain(true);
-    expectSplitKeepsShape(plain, 0.0, 1.0, 0.6f, 0.8f, 2.0, -3.0, 0.96f, -0.28f, t);
-    TbezierSegmentEvaluator weighted(true);
-    // Third handles (linear time), long handles and short ones.
-    expectSplitKeepsShape(weighted, 0.0, 1.0, 2.0f, 6.0f, 2.0, -3.0, 2.0f, -1.0f, t);
-    expectSplitKeepsShape(weighted, 0.0, 1.0, 5.0f, 6.0f, 2.0, -3.0, 0.3f, 4.0f, t);
-    expectSplitKeepsShape(weighted, 0.0, 1.0, 0.2f, -2.0f, 2.0, -3.0, 5.5f, -1.0f, t);
-    expectSplitKeepsShape(weighted, 0.0, 1.0, 7.0f, 2.0f, 2.0, -3.0, 6.0f, -1.0f,
-                          t);  // constrained
+    for (const auto& h : handles) {
+      const bool weighted = &h != handles;
+      const std::unique_ptr<TsegmentEvaluator> ev = evaluator(weighted);
+      loadSpan(*ev, 0.0, 1.0, h[0], h[1], 2.0, -3.0, h[2], h[3]);
+      double original[101];
+      for (int i = 0; i <= 100; ++i) original[i] = ev->evaluate(i / 50.0);
+      float kx, ky, ox, oy, px, py, nx, ny;
+      const double v = ev->splitSegment(t, kx, ky, ox, oy, px, py, nx, ny);
+      EXPECT_NEAR(v, ev->evaluate(t), 1e-9);
+      if (!weighted) {  // directions in storage form
+        EXPECT_NEAR(kx * kx + ky * ky, 1.0f, 1e-6f);
+        EXPECT_NEAR(px * px + py * py, 1.0f, 1e-6f);
+      }
+      for (int i = 0; i <= 100; ++i) {
+        const double time = i / 50.0;
+        if (time <= t) {
+          loadSpan(*ev, 0.0, 1.0, px, py, t, v, kx, ky);
+        } else {
+          loadSpan(*ev, t, v, ox, oy, 2.0, -3.0, nx, ny);
+        }
+        EXPECT_NEAR(ev->evaluate(time), original[i], 6e-5) << weighted << " " << time;
+      }
+    }
   }
 }
 

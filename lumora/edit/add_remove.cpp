@@ -60,9 +60,10 @@ TcurveSet chooseCurves(TparamCurve& self, bool allSiblings, bool create) {
 }
 
 // `t` expressed in the kind of time that `curve` stores; the "neither" time
-// for a curve without storage or a time that is neither.
+// for a curve without storage, a time that is neither, and seconds that are
+// not finite (which would otherwise clamp to some tick).
 TtimeValue inKindOf(const TparamCurve& curve, const TtimeValue& t) {
-  if (t.isNeither()) return {};
+  if (t.isNeither() || (t.isFloat() && !std::isfinite(t.asFloat()))) return {};
   if (curve.isAnimTime()) return t.isAnimTime() ? t : TtimeValue(t.asAnimTime());
   if (curve.isFloat()) return t.isFloat() ? t : TtimeValue(t.inSeconds());
   return {};
@@ -657,7 +658,9 @@ bool TparamCurve::addRemovedKey(Tkeyframe* key) {
       i = static_cast<unsigned>(at);
       invalidateCache(at);
       setSpanInterpMethod(i);
-      modifyTangents(i);
+      // As in add, a key alone in the curve keeps the tangents it comes with,
+      // so redoing the first key of a curve gives back the key add made.
+      if (keyframeCount() > 1) modifyTangents(i);
       sendAddDeleteMessage(key, /*added=*/true);
       if (staticCurve()) checkStaticValueCondition(i);
       notifyClientsOfChange(key, Tmsg::kKeyAdded);

@@ -36,7 +36,7 @@ Tangle TparamCurve::tangentAngle(unsigned index, bool inSide, float a, float b) 
 
 bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
   Tkeyframe* key = keyframe(index);
-  if (!key) return false;
+  if (!key || !std::isfinite(x) || !std::isfinite(y)) return false;
   if (inSide && key->interpMethod() == Tkeyframe::kSpanLinear) return false;
   if (!beginChange()) return false;
 

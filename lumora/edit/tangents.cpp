@@ -12,7 +12,9 @@ namespace lumora {
 
 namespace {
 
-bool isClampedKind(TtangentType t) { return t == kTangentClamped || t == kTangentClampedSmooth; }
+bool isClampedKind(TtangentType t) {
+  return t == kTangentClamped || t == kTangentClampedSmooth;
+}
 
 }  // namespace
 

@@ -1,5 +1,5 @@
-#include "lumora/base/arena.h"
 #include "lumora/keys/internal/key_pool.h"
+#include "lumora/base/arena.h"
 #include "lumora/keys/keyframe.h"
 
 namespace lumora::internal {
@@ -11,7 +11,9 @@ constexpr std::size_t kKeyPageSize = 131072;
 TcompactArena* gKeyPool = nullptr;
 }  // namespace
 
-TcompactArena* keyPool() { return gKeyPool; }
+TcompactArena* keyPool() {
+  return gKeyPool;
+}
 
 void startKeyPool() {
   if (gKeyPool) return;

@@ -48,18 +48,53 @@ unsigned typeBit(TtangentType type) {
 
 // Decoding order is fixed: the first bit that is set wins, so a corrupt word
 // with several type bits still decodes the same way everywhere.
+struct TdecodeEntry {
+  unsigned bit;
+  TtangentType type;
+};
+constexpr TdecodeEntry kDecodeOrder[] = {
+    {8, kTangentSpline}, {1, kTangentFixed},        {2, kTangentLinear}, {3, kTangentFlat},
+    {4, kTangentStep},   {5, kTangentSlow},         {6, kTangentFast},   {9, kTangentClamped},
+    {0, kTangentSmooth}, {7, kTangentClampedSmooth}};
+
 TtangentType decodeSide(std::uint32_t side) {
-  constexpr struct {
-    unsigned bit;
-    TtangentType type;
-  } kOrder[] = {{8, kTangentSpline}, {1, kTangentFixed},  {2, kTangentLinear},
-                {3, kTangentFlat},   {4, kTangentStep},   {5, kTangentSlow},
-                {6, kTangentFast},   {9, kTangentClamped}, {0, kTangentSmooth},
-                {7, kTangentClampedSmooth}};
-  for (const auto& entry : kOrder) {
+  for (const auto& entry : kDecodeOrder) {
     if (side & (1u << entry.bit)) return entry.type;
   }
   return kTangentSpline;
+}
+
+// The bits of one side that decode as `type` when set alone, and the bits
+// that win over it: the side decodes as `type` exactly when its own bit is set
+// and none of the winners is.
+constexpr std::uint32_t bitOf(TtangentType type) {
+  for (const auto& entry : kDecodeOrder) {
+    if (entry.type == type) return 1u << entry.bit;
+  }
+  return 0;
+}
+constexpr std::uint32_t bitsBefore(TtangentType type) {
+  std::uint32_t bits = 0;
+  for (const auto& entry : kDecodeOrder) {
+    if (entry.type == type) break;
+    bits |= 1u << entry.bit;
+  }
+  return bits;
+}
+
+// interpMethod() runs for every evaluated span, so the out side's step test
+// is one mask instead of a full decode.
+constexpr std::uint32_t kOutStepBit = bitOf(kTangentStep) << kOutShift;
+constexpr std::uint32_t kOutStepTestMask = kOutStepBit | (bitsBefore(kTangentStep) << kOutShift);
+
+// The value rule: saturate at +-DBL_MAX, magnitudes below 1e-10 (and NaN)
+// become exactly 0.
+double clampValue(double v) {
+  if (std::isnan(v)) return 0.0;
+  if (v < -DBL_MAX) return -DBL_MAX;
+  if (v >= DBL_MAX) return DBL_MAX;
+  if (v > -1e-10 && v < 1e-10) return 0.0;
+  return v;
 }
 
 float clampTangentComponent(float v) {
@@ -96,7 +131,9 @@ void Tkeyframe::initialise(double value, float w, TtangentType in, TtangentType 
   setInterpMethod(kSpanCurve);
 }
 
-Tkeyframe::Tkeyframe() { initialise(0.0, 1.0f, kTangentGlobal, kTangentGlobal); }
+Tkeyframe::Tkeyframe() {
+  initialise(0.0, 1.0f, kTangentGlobal, kTangentGlobal);
+}
 
 Tkeyframe::Tkeyframe(float seconds, double value, TtangentType in, TtangentType out)
     : fTime(std::bit_cast<std::uint32_t>(seconds)) {
@@ -186,19 +223,9 @@ void Tkeyframe::operator delete(void* p) noexcept {
 // --- Value and time ------------------------------------------------------------
 
 Tkeyframe& Tkeyframe::setValue(double v) {
-  if (std::isnan(v)) v = 0.0;
-  if (v < -DBL_MAX) {
-    v = -DBL_MAX;
-  } else if (v >= DBL_MAX) {
-    v = DBL_MAX;
-  } else if (v > -1e-10 && v < 1e-10) {
-    v = 0.0;
-  }
-  fValue = v;
+  fValue = clampValue(v);
   return *this;
 }
-
-float Tkeyframe::timeAsFloat() const { return std::bit_cast<float>(fTime); }
 
 Tkeyframe& Tkeyframe::setTime(float seconds) {
   fTime = std::bit_cast<std::uint32_t>(seconds);
@@ -232,9 +259,7 @@ Tkeyframe& Tkeyframe::setTime(const TtimeValue& time) {
 Tkeyframe& Tkeyframe::setTimeAndValue(const TtimeValue& time, double value, double w) {
   setTime(time);
   setValue(value);
-  Tkeyframe clampW;
-  clampW.setValue(w);
-  fQuaternionW = static_cast<float>(clampW.value());
+  fQuaternionW = static_cast<float>(clampValue(w));
   return *this;
 }
 
@@ -260,7 +285,9 @@ Tkeyframe& Tkeyframe::setTanOut(float x, float y) {
   return *this;
 }
 
-TtangentType Tkeyframe::tanInType() const { return decodeSide(fFlags.bits() & kSideMask); }
+TtangentType Tkeyframe::tanInType() const {
+  return decodeSide(fFlags.bits() & kSideMask);
+}
 
 TtangentType Tkeyframe::tanOutType() const {
   return decodeSide((fFlags.bits() >> kOutShift) & kSideMask);
@@ -280,8 +307,7 @@ Tkeyframe& Tkeyframe::setTanOutType(TtangentType type) {
     updateGlobalTangentTypes(tanInType(), kTangentGlobal);
     return *this;
   }
-  fFlags.setBits((fFlags.bits() & ~(kSideMask << kOutShift)) |
-                 (1u << (typeBit(type) + kOutShift)));
+  fFlags.setBits((fFlags.bits() & ~(kSideMask << kOutShift)) | (1u << (typeBit(type) + kOutShift)));
   return *this;
 }
 
@@ -305,8 +331,10 @@ void Tkeyframe::updateGlobalTangentTypes(TtangentType in, TtangentType out) {
 }
 
 Tkeyframe::TspanInterpMethod Tkeyframe::interpMethod() const {
-  if (fFlags.testBit(kBitLinearSpan)) return kSpanLinear;
-  if (tanOutType() == kTangentStep) return kSpanStep;
+  const std::uint32_t bits = fFlags.bits();
+  if (bits & (1u << kBitLinearSpan)) return kSpanLinear;
+  // Equivalent to tanOutType() == kTangentStep.
+  if ((bits & kOutStepTestMask) == kOutStepBit) return kSpanStep;
   return kSpanCurve;
 }
 

@@ -22,6 +22,7 @@
 //    deletion mark, which stay those of the destination.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -92,7 +93,7 @@ class LUMORA_API Tkeyframe {
   /// Saturates at +-DBL_MAX; magnitudes below 1e-10 (and NaN) become 0.
   Tkeyframe& setValue(double v);
 
-  float timeAsFloat() const;
+  float timeAsFloat() const { return std::bit_cast<float>(fTime); }
   std::int32_t timeAsTicks() const { return static_cast<std::int32_t>(fTime); }
   TanimTime timeAsAnimTime() const { return TanimTime(timeAsTicks()); }
   /// Stores float seconds as given.

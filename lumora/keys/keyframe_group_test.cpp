@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -11,20 +11,18 @@ namespace {
 
 TEST(TkeyframeGroup, OrdersByTimeThenCountsThenFlags) {
   // Ascending: each row orders after the one before it.
-  const TkeyframeGroup rows[] = {
-      TkeyframeGroup(TtimeValue(0.5f), 9, 9, 9),
-      TkeyframeGroup(TtimeValue(1.0f), 1, 5, 7),
-      TkeyframeGroup(TtimeValue(1.0f), 2, 0, 0),
-      TkeyframeGroup(TtimeValue(1.0f), 2, 1, 0),
-      TkeyframeGroup(TtimeValue(1.0f), 2, 1, 4),
-      TkeyframeGroup(TtimeValue(TanimTime(12000)), 0, 0, 0),
-  };
+  const TkeyframeGroup rows[] = {TkeyframeGroup(TtimeValue(0.5f), 9, 9, 9),
+                                 TkeyframeGroup(TtimeValue(1.0f), 1, 5, 7),
+                                 TkeyframeGroup(TtimeValue(1.0f), 2, 0, 0),
+                                 TkeyframeGroup(TtimeValue(1.0f), 2, 1, 0),
+                                 TkeyframeGroup(TtimeValue(1.0f), 2, 1, 4),
+                                 TkeyframeGroup(TtimeValue(TanimTime(12000)), 0, 0, 0)};
   const std::size_t n = std::size(rows);
   for (std::size_t i = 0; i < n; ++i) {
     for (std::size_t j = 0; j < n; ++j) {
-      EXPECT_EQ(rows[i] < rows[j], i < j) << i << " " << j;
-      EXPECT_EQ(rows[i] == rows[j], i == j) << i << " " << j;
-      EXPECT_EQ(rows[i] >= rows[j], i >= j) << i << " " << j;
+      EXPECT_EQ(std::tuple(rows[i] < rows[j], rows[i] == rows[j], rows[i] >= rows[j]),
+                std::tuple(i < j, i == j, i >= j))
+          << i << " " << j;
     }
   }
 }
@@ -32,8 +30,7 @@ TEST(TkeyframeGroup, OrdersByTimeThenCountsThenFlags) {
 TEST(TkeyframeGroup, TimesOfDifferentKindsCompareBySeconds) {
   const TkeyframeGroup ticks(TtimeValue(TanimTime(6000)), 2);
   const TkeyframeGroup secs(TtimeValue(1.0f), 2);
-  EXPECT_TRUE(ticks == secs);
-  EXPECT_TRUE(ticks <= secs && ticks >= secs);
+  EXPECT_TRUE(ticks == secs && ticks <= secs && ticks >= secs);
   EXPECT_TRUE(TkeyframeGroup() < secs);
 }
 
@@ -52,17 +49,6 @@ TEST(TkeyframeGroupPtrSObj, OwnsMovesAndReleases) {
   moved.reset(groups[0]);  // back in charge of deleting it
   moved.reset(raw);        // the same group again: kept, not deleted
   EXPECT_EQ((*moved).numCurves(), 4u);
-}
-
-TEST(TkeyframeGroupPtrArray, SortsByGroupOrder) {
-  TkeyframeGroup late(TtimeValue(3.0f)), early(TtimeValue(1.0f)), mid(TtimeValue(2.0f), 1);
-  TkeyframeGroupPtrArray groups;
-  for (TkeyframeGroup* g : {&late, &early, &mid}) ASSERT_EQ(groups.addLast(g), 0);
-  std::sort(groups.data(), groups.data() + groups.count(),
-            [](const TkeyframeGroup* x, const TkeyframeGroup* y) { return *x < *y; });
-  EXPECT_EQ(groups[0], &early);
-  EXPECT_EQ(groups[1], &mid);
-  EXPECT_EQ(groups[2], &late);
 }
 
 }  // namespace

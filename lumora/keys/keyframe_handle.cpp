@@ -150,6 +150,14 @@ Tkeyframe* TkeyframeHandle::liveKey() const {
   return fData->fKeyframe;
 }
 
+Tkeyframe* TkeyframeHandle::readableKey() const {
+  // A registered record that heard its key leave the curve cannot know
+  // whether an undo record still keeps the key object or it was deleted, so
+  // it does not read it. An unregistered record cannot know it left at all.
+  if (fData != nullptr && fData->isRegistered() && !fData->isValid()) return nullptr;
+  return liveKey();
+}
+
 Tkeyframe* TkeyframeHandle::keyframe() const {
   return liveKey();
 }
@@ -163,12 +171,12 @@ bool TkeyframeHandle::isValid() const {
 }
 
 double TkeyframeHandle::value() const {
-  const Tkeyframe* key = liveKey();
+  const Tkeyframe* key = readableKey();
   return key != nullptr ? key->value() : 0.0;
 }
 
 float TkeyframeHandle::seconds() const {
-  const Tkeyframe* key = liveKey();
+  const Tkeyframe* key = readableKey();
   if (key == nullptr) return 0.0f;
   if (fData->fCurve->isAnimTime()) {
     return static_cast<float>(key->timeAsTicks()) * TanimTime::kSecondsPerTick;
@@ -178,7 +186,7 @@ float TkeyframeHandle::seconds() const {
 }
 
 TtimeValue TkeyframeHandle::timeValue() const {
-  const Tkeyframe* key = liveKey();
+  const Tkeyframe* key = readableKey();
   if (key == nullptr) return TtimeValue();
   if (fData->fCurve->isAnimTime()) return TtimeValue(key->timeAsAnimTime());
   if (fData->fCurve->isFloat()) return TtimeValue(key->timeAsFloat());
@@ -191,21 +199,21 @@ const TtimeValue& TkeyframeHandle::timeValueRef() const {
 }
 
 unsigned TkeyframeHandle::index() const {
-  if (liveKey() == nullptr) return kInvalidIndex;
+  if (readableKey() == nullptr) return kInvalidIndex;
   unsigned found = 0;
   if (!fData->fCurve->find(timeValue(), found)) return kInvalidIndex;
   return found;
 }
 
 bool TkeyframeHandle::getTanIn(float& x, float& y) const {
-  const Tkeyframe* key = liveKey();
+  const Tkeyframe* key = readableKey();
   if (key == nullptr) return false;
   key->getTanIn(x, y);
   return true;
 }
 
 bool TkeyframeHandle::getTanOut(float& x, float& y) const {
-  const Tkeyframe* key = liveKey();
+  const Tkeyframe* key = readableKey();
   if (key == nullptr) return false;
   key->getTanOut(x, y);
   return true;

@@ -14,9 +14,10 @@
 //  * A handle hears of removals only once registered (makeClient true, or
 //    makeClient() later). An unregistered handle keeps whatever validity it
 //    had.
-//  * The key object of an invalid handle lives in an undo record; once that
-//    record is gone, so is the key. Check isValid() before reading the key
-//    through an invalid handle.
+//  * The key object of an invalid handle may live on in an undo record, or
+//    may be gone. keyframe() still names it (for comparison); the queries
+//    that read the key (value, seconds, timeValue, index, tangents) give
+//    their neutral answers once a registered handle has heard it leave.
 //  * When the curve is destroyed, registered handles forget it and every
 //    query gives its neutral answer. An unregistered handle cannot know, and
 //    must not be used after its curve is gone.
@@ -136,7 +137,8 @@ class LUMORA_API TkeyframeHandle {
   /// the next call overwrites.
   const TtimeValue& timeValueRef() const;
   /// The key's current index, found by its time; kInvalidIndex when there is
-  /// no key or curve or the time is not in the curve. Never cached.
+  /// no key or curve, when a registered handle heard the key leave, or when
+  /// the time is not in the curve. Never cached.
   unsigned index() const;
   /// The key's tangents; false (and x, y untouched) without a key.
   bool getTanIn(float& x, float& y) const;
@@ -162,6 +164,9 @@ class LUMORA_API TkeyframeHandle {
   void adopt(TparamCurve* curve, Tkeyframe* key, bool makeClient);
   /// The key when there is both a key and a curve; otherwise null.
   Tkeyframe* liveKey() const;
+  /// liveKey(), except null once a registered record heard its key leave the
+  /// curve: the key object may have been deleted since.
+  Tkeyframe* readableKey() const;
 
   TkeyframeHandleData* fData = nullptr;
 };

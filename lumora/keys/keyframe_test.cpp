@@ -13,7 +13,9 @@
 namespace lumora {
 namespace {
 
-TEST(Tkeyframe, FitsInFortyEightBytes) { EXPECT_LE(sizeof(Tkeyframe), 48u); }
+TEST(Tkeyframe, FitsInFortyEightBytes) {
+  EXPECT_LE(sizeof(Tkeyframe), 48u);
+}
 
 TEST(Tkeyframe, ConstructorsSetDefaults) {
   const Tkeyframe k;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "lumora/curve/param_curve.h"
@@ -47,14 +48,16 @@ TEST_F(ChangeScope, NestedScopesAskOnceAndAnnounceOnce) {
   Access::endChange(curve, true);
 
   EXPECT_EQ(Access::changeDepth(curve), 0u);
-  EXPECT_EQ(rec.count(Help::kHelpBeginChange), 1u);
-  EXPECT_EQ(rec.count(Help::kHelpUpdate), 1u);
-  const auto changed = rec.only(Kind::kChanged);
-  ASSERT_EQ(changed.size(), 1u);
-  EXPECT_EQ(changed[0].curves, std::vector<TparamCurve*>{&curve});
-  // Helpers hear of the close before global clients hear of the curve.
-  EXPECT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kHelper, Kind::kHelper, Kind::kChanged}));
-  EXPECT_EQ(rec.log[0].stateAsSent, static_cast<std::uint32_t>(Help::kMarkConnectionsDirty));
+  // Begin, then update: helpers hear of the close before global clients hear of the curve.
+  ASSERT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kHelper, Kind::kHelper, Kind::kChanged}));
+  EXPECT_EQ(std::tuple(rec.log[0].request, rec.log[0].stateAsSent, rec.log[1].request),
+            std::tuple(Help::kHelpBeginChange, std::uint32_t{Help::kMarkConnectionsDirty},
+                       Help::kHelpUpdate));
+  EXPECT_EQ(rec.log[2].curves, std::vector<TparamCurve*>{&curve});
+  rec.log.clear();
+  Access::endChange(curve, true);  // unmatched: the depth wraps, nothing is sent
+  EXPECT_EQ(Access::changeDepth(curve), 0xFFFFu);
+  EXPECT_TRUE(rec.log.empty());
 }
 
 TEST_F(ChangeScope, ConnectionsDirtyAnswerIsStoredAndReportedAtClose) {
@@ -62,8 +65,8 @@ TEST_F(ChangeScope, ConnectionsDirtyAnswerIsStoredAndReportedAtClose) {
   ASSERT_TRUE(Access::beginChange(curve));
   EXPECT_FALSE(Access::connectionsDirty(curve));
   Access::endChange(curve, false);
-  ASSERT_EQ(rec.log.back().request, Help::kHelpUpdate);
-  EXPECT_EQ(rec.log.back().stateAsSent, 0u);
+  EXPECT_EQ(std::tuple(rec.log.back().request, rec.log.back().stateAsSent),
+            std::tuple(Help::kHelpUpdate, 0u));
 
   // Unanswered, the question keeps the bit it was sent with.
   rec.connectionsDirtyAnswer.reset();
@@ -76,8 +79,8 @@ TEST_F(ChangeScope, ConnectionsDirtyAnswerIsStoredAndReportedAtClose) {
 TEST_F(ChangeScope, UnchangedScopeTellsHelpersButNotGlobalClients) {
   ASSERT_TRUE(Access::beginChange(curve));
   Access::endChange(curve, false);
-  EXPECT_EQ(rec.count(Help::kHelpUpdate), 1u);
-  EXPECT_EQ(rec.count(Kind::kChanged), 0u);
+  EXPECT_EQ(std::tuple(rec.count(Help::kHelpUpdate), rec.count(Kind::kChanged)),
+            std::tuple(1u, 0u));
 
   // One changed inner scope is enough to report the outer one.
   ASSERT_TRUE(Access::beginChange(curve));
@@ -88,12 +91,6 @@ TEST_F(ChangeScope, UnchangedScopeTellsHelpersButNotGlobalClients) {
   EXPECT_FALSE(Access::changedInChange(curve));
 }
 
-TEST_F(ChangeScope, UnmatchedEndChangeWrapsTheDepth) {
-  Access::endChange(curve, true);
-  EXPECT_EQ(Access::changeDepth(curve), 0xFFFFu);
-  EXPECT_TRUE(rec.log.empty());
-}
-
 TEST_F(ChangeScope, ProceduralCurveNeedsApprovalForEveryScopeAndSelection) {
   curve.isProcedural(true);
   EXPECT_FALSE(Access::beginChange(curve));
@@ -101,8 +98,7 @@ TEST_F(ChangeScope, ProceduralCurveNeedsApprovalForEveryScopeAndSelection) {
   EXPECT_FALSE(curve.canSelect());
   curve.markDirty();
   // Only the refused questions went out: no scope opened, no key message.
-  EXPECT_EQ(rec.count(Help::kHelpProcedural), 3u);
-  EXPECT_EQ(rec.log.size(), 3u);
+  EXPECT_EQ(std::tuple(rec.count(Help::kHelpProcedural), rec.log.size()), std::tuple(3u, 3u));
 
   rec.approveProcedural = true;
   rec.log.clear();
@@ -111,9 +107,9 @@ TEST_F(ChangeScope, ProceduralCurveNeedsApprovalForEveryScopeAndSelection) {
   ASSERT_TRUE(Access::beginChange(curve));  // nested scopes ask again
   Access::endChange(curve, true);
   Access::endChange(curve, true);
-  EXPECT_EQ(rec.count(Help::kHelpProcedural), 3u);
-  EXPECT_EQ(rec.count(Help::kHelpBeginChange), 1u);
-  EXPECT_EQ(rec.count(Kind::kChanged), 1u);
+  EXPECT_EQ(std::tuple(rec.count(Help::kHelpProcedural), rec.count(Help::kHelpBeginChange),
+                       rec.count(Kind::kChanged)),
+            std::tuple(3u, 1u, 1u));
 }
 
 TEST_F(ChangeScope, ReferenceCurveNeedsItsOwnApproval) {
@@ -145,9 +141,9 @@ TEST_F(ChangeScope, FirstKeyMessageOfAScopeStopsModelUpdatesOnce) {
 
   EXPECT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kModified, Kind::kHelper, Kind::kModified,
                                             Kind::kHelper, Kind::kChanged}));
-  EXPECT_EQ(rec.log[1].request, Help::kHelpUpdate);
-  EXPECT_EQ(rec.log[1].stateAsSent, 0u);
-  EXPECT_TRUE(internal::modelUpdatesDisabled());
+  EXPECT_EQ(
+      std::tuple(rec.log[1].request, rec.log[1].stateAsSent, internal::modelUpdatesDisabled()),
+      std::tuple(Help::kHelpUpdate, 0u, true));
 
   // The next outermost scope re-arms it.
   ASSERT_TRUE(Access::beginChange(curve));
@@ -155,64 +151,50 @@ TEST_F(ChangeScope, FirstKeyMessageOfAScopeStopsModelUpdatesOnce) {
   Access::endChange(curve, false);
 }
 
+// Outside a scope key messages go only to the curve; an index out of range
+// sends an empty handle.
 TEST_F(ChangeScope, KeyMessagesOutsideAScopeGoOnlyToTheCurve) {
   Access::notifyClientsOfChange(curve, keys[2], Modified::kWeightingChanged);
-  ASSERT_EQ(rec.log.size(), 1u);
-  const TrecordedMsg& m = rec.log[0];
-  EXPECT_EQ(m.kind, Kind::kModified);
-  EXPECT_EQ(m.server, static_cast<TclientServer*>(&curve));
-  EXPECT_EQ(m.messageType, Modified::kWeightingChanged);
-  EXPECT_EQ(m.key, keys[2]);
-  EXPECT_TRUE(m.keyValid);
-}
-
-TEST_F(ChangeScope, OutOfRangeIndexSendsAnEmptyHandle) {
   Access::notifyClientsOfChangeAt(curve, 1, Modified::kKeyChanged);
   Access::notifyClientsOfChangeAt(curve, 3, Modified::kKeyRemoved);
-  const auto sent = rec.only(Kind::kModified);
-  ASSERT_EQ(sent.size(), 2u);
-  EXPECT_EQ(sent[0].key, keys[1]);
-  EXPECT_EQ(sent[1].key, nullptr);
-  EXPECT_FALSE(sent[1].keyValid);
-  EXPECT_EQ(sent[1].messageType, Modified::kKeyRemoved);
+  ASSERT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kModified, Kind::kModified, Kind::kModified}));
+  const TrecordedMsg& m = rec.log[0];
+  EXPECT_EQ(
+      std::tuple(m.server, m.messageType, m.key, m.keyValid),
+      std::tuple(static_cast<TclientServer*>(&curve), Modified::kWeightingChanged, keys[2], true));
+  EXPECT_EQ(rec.log[1].key, keys[1]);
+  EXPECT_EQ(std::tuple(rec.log[2].key, rec.log[2].keyValid, rec.log[2].messageType),
+            std::tuple(nullptr, false, Modified::kKeyRemoved));
 }
 
-TEST_F(ChangeScope, FileInputSilencesKeyMessagesButNotTheScope) {
+TEST_F(ChangeScope, FileInputAndSilencedHookStopKeyMessages) {
+  const auto counts = [&] {
+    return std::tuple(rec.count(Kind::kModified), rec.count(Kind::kChanged),
+                      rec.count(Help::kHelpUpdate));
+  };
   curve.setInFileIO(true);
   curve.markDirty();
-  EXPECT_EQ(rec.count(Kind::kModified), 0u);
-  EXPECT_EQ(rec.count(Kind::kChanged), 1u);
   // Without a key message the helpers are not told to stop model updates.
-  EXPECT_EQ(rec.count(Help::kHelpUpdate), 1u);
-
+  EXPECT_EQ(counts(), std::tuple(0u, 1u, 1u));
   curve.setNotifyClientsDuringFileIO(true);
   curve.markDirty();
-  EXPECT_EQ(rec.count(Kind::kModified), 1u);
-  EXPECT_EQ(rec.count(Kind::kChanged), 2u);
-}
-
-TEST_F(ChangeScope, SilencedHookStopsKeyMessages) {
+  EXPECT_EQ(counts(), std::tuple(1u, 2u, 3u));
+  curve.setInFileIO(false);
   internal::setMessagesSilenced(true);
   curve.markDirty();
-  EXPECT_EQ(rec.count(Kind::kModified), 0u);
-  EXPECT_EQ(rec.count(Kind::kChanged), 1u);
+  EXPECT_EQ(counts(), std::tuple(1u, 3u, 4u));
 }
 
-TEST_F(ChangeScope, MarkDirtySendsKeyChangedForTheFirstKey) {
+TEST_F(ChangeScope, MarkDirtySendsKeyChangedForTheFirstKeyOnly) {
   curve.markDirty();
   const auto sent = rec.only(Kind::kModified);
   ASSERT_EQ(sent.size(), 1u);
-  EXPECT_EQ(sent[0].key, keys[0]);
-  EXPECT_EQ(sent[0].messageType, Modified::kKeyChanged);
-  EXPECT_EQ(rec.count(Help::kHelpBeginChange), 1u);
+  EXPECT_EQ(std::tuple(sent[0].key, sent[0].messageType, rec.count(Help::kHelpBeginChange)),
+            std::tuple(keys[0], Modified::kKeyChanged, 1u));
   EXPECT_EQ(rec.only(Kind::kChanged).at(0).curves, std::vector<TparamCurve*>{&curve});
-}
-
-TEST(ChangeScopeEmpty, MarkDirtyOnAnEmptyCurveDoesNothing) {
-  TparamCurve empty(/*isFloat=*/false);
-  TmessageRecorder rec;
-  rec.listenGlobally();
+  TparamCurve empty(/*isFloat=*/false);  // an empty curve: nothing at all
   rec.listenTo(empty);
+  rec.log.clear();
   empty.markDirty();
   EXPECT_TRUE(rec.log.empty());
 }
@@ -228,10 +210,8 @@ TEST_F(ChangeScope, AddDeleteMessageIsBuiltOnlyForListeners) {
   Access::sendAddDeleteMessage(curve, keys[1], true);
   const auto sent = keyWatcher.only(Kind::kAddDelete);
   ASSERT_EQ(sent.size(), 2u);
-  EXPECT_EQ(sent[0].key, keys[1]);
-  EXPECT_FALSE(sent[0].added);
-  EXPECT_TRUE(sent[1].added);
-  EXPECT_EQ(rec.count(Kind::kAddDelete), 0u);
+  EXPECT_EQ(std::tuple(sent[0].key, sent[0].added, sent[1].added, rec.count(Kind::kAddDelete)),
+            std::tuple(keys[1], false, true, 0u));
 }
 
 }  // namespace

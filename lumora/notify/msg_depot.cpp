@@ -1,6 +1,5 @@
 #include "lumora/notify/msg_depot.h"
 
-
 #include "lumora/base/internal/module_storage.h"
 #include "lumora/base/server_msg.h"
 #include "lumora/notify/internal/msg_records.h"

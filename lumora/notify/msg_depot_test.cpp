@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "lumora/curve/param_curve.h"
@@ -28,56 +29,47 @@ void change(TparamCurve& c) {
 // --- Message classes ------------------------------------------------------------
 
 TEST(ParamCurveMsgs, RecordsNameTheirClassAndParent) {
-  struct Trow {
-    Tmetaclass* record;
-    const char* name;
-    Tmetaclass* parent;
-  };
-  const Trow rows[] = {
+  const std::tuple<Tmetaclass*, const char*, Tmetaclass*> rows[] = {
       {TparamCurveModifiedMsgTmeta, "TparamCurveModifiedMsg", TserverMsgTmeta},
       {TparamCurveChangedMsgTmeta, "TparamCurveChangedMsg", TserverModifiedMsgTmeta},
       {TparamCurveHelperMsgTmeta, "TparamCurveHelperMsg", TserverMsgTmeta},
       {TkeyframeAddDeleteMsgTmeta, "TkeyframeAddDeleteMsg", TserverMsgTmeta},
       {TkeyframeMovedMsgTmeta, "TkeyframeMovedMsg", TserverMsgTmeta},
   };
-  for (const Trow& row : rows) {
-    ASSERT_NE(row.record, nullptr) << row.name;
-    EXPECT_STREQ(row.record->name(), row.name);
-    EXPECT_EQ(row.record->parent(), row.parent) << row.name;
+  for (const auto& [record, name, parent] : rows) {
+    ASSERT_NE(record, nullptr) << name;
+    EXPECT_STREQ(record->name(), name);
+    EXPECT_EQ(record->parent(), parent) << name;
   }
 }
 
 TEST(ParamCurveMsgs, CastAnswersOwnRecordAndParents) {
   TparamCurveChangedMsg changed;
+  void* const self = &changed;
   EXPECT_EQ(changed.typeof(), TparamCurveChangedMsgTmeta);
-  EXPECT_EQ(changed.cast(TparamCurveChangedMsgTmeta), &changed);
-  EXPECT_EQ(changed.cast(TserverModifiedMsgTmeta), &changed);
-  EXPECT_EQ(changed.cast(TserverMsgTmeta), &changed);
-  EXPECT_EQ(changed.cast(TparamCurveHelperMsgTmeta), nullptr);
-  EXPECT_EQ(changed.cast(nullptr), nullptr);
-
+  EXPECT_EQ(std::tuple(changed.cast(TparamCurveChangedMsgTmeta),
+                       changed.cast(TserverModifiedMsgTmeta), changed.cast(TserverMsgTmeta),
+                       changed.cast(TparamCurveHelperMsgTmeta), changed.cast(nullptr)),
+            std::tuple(self, self, self, nullptr, nullptr));
   TparamCurveModifiedMsg modified(nullptr, TparamCurveModifiedMsg::kKeyAdded);
   EXPECT_EQ(modified.cast(TparamCurveModifiedMsgTmeta), &modified);
   EXPECT_EQ(modified.cast(TserverModifiedMsgTmeta), nullptr);  // not a modified-server message
-
   TkeyframeMovedMsg moved(TtimeValue(1.0f), TtimeValue(2.0f), 3);
-  EXPECT_EQ(moved.cast(TkeyframeMovedMsgTmeta), &moved);
-  EXPECT_EQ(moved.cast(TkeyframeAddDeleteMsgTmeta), nullptr);
-  EXPECT_EQ(moved.toTime(), TtimeValue(2.0f));
-  EXPECT_EQ(moved.moveOption(), 3);
+  EXPECT_EQ(std::tuple(moved.cast(TkeyframeMovedMsgTmeta), moved.cast(TkeyframeAddDeleteMsgTmeta),
+                       moved.toTime(), moved.moveOption()),
+            std::tuple(static_cast<void*>(&moved), nullptr, TtimeValue(2.0f), 3));
 }
 
 TEST(ParamCurveMsgs, OnlyTheChangedMessageCanBeConstructedByRecord) {
   std::unique_ptr<TparamCurveChangedMsg> made(
       TparamCurveChangedMsg::construct(TparamCurveChangedMsgTmeta));
   ASSERT_NE(made, nullptr);
-  EXPECT_EQ(made->typeof(), TparamCurveChangedMsgTmeta);
-  EXPECT_EQ(made->curves(), nullptr);
+  EXPECT_EQ(std::tuple(made->typeof(), made->curves()),
+            std::tuple(TparamCurveChangedMsgTmeta, nullptr));
   // Through the parent's construct, too.
   std::unique_ptr<TserverModifiedMsg> viaParent(
       TserverModifiedMsg::construct(TparamCurveChangedMsgTmeta));
-  ASSERT_NE(viaParent, nullptr);
-  EXPECT_EQ(viaParent->typeof(), TparamCurveChangedMsgTmeta);
+  EXPECT_EQ(viaParent ? viaParent->typeof() : nullptr, TparamCurveChangedMsgTmeta);
 
   EXPECT_EQ(TparamCurveChangedMsg::construct(nullptr), nullptr);
   EXPECT_EQ(TparamCurveChangedMsg::construct(TserverModifiedMsgTmeta), nullptr);
@@ -95,31 +87,26 @@ TEST(ParamCurveMsgs, ChangedMessagesNeverMergeAndCopyTakeTheList) {
   EXPECT_FALSE(empty.merge(withList));
   EXPECT_EQ(empty.curves(), nullptr);
   empty.copy(withList);
-  EXPECT_EQ(empty.curves(), &list);
-  // Something that is not a changed-curves message is ignored.
-  empty.copy(TserverModifiedMsg());
-  EXPECT_EQ(empty.curves(), &list);
-  const TparamCurveChangedMsg copied(withList);
-  EXPECT_EQ(copied.curves(), &list);
+  empty.copy(TserverModifiedMsg());  // not a changed-curves message: ignored
+  EXPECT_EQ(std::tuple(empty.curves(), TparamCurveChangedMsg(withList).curves()),
+            std::tuple(&list, &list));
 }
 
 TEST(ParamCurveMsgs, HelperStateSettersTouchOneBitThroughConstReference) {
   const TparamCurveHelperMsg q(Help::kHelpProcedural, true);
-  EXPECT_EQ(q.stateFlags(), 1u);
-  EXPECT_TRUE(q.markConnectionsDirtyState());
+  EXPECT_TRUE(q.stateFlags() == 1u && q.markConnectionsDirtyState());
   q.creatingReferenceObjectState(true);
   EXPECT_EQ(q.stateFlags(), 5u);
   q.creatingProceduralObjectState(true);
   q.markConnectionsDirtyState(false);
   EXPECT_EQ(q.stateFlags(), 6u);
   q.creatingReferenceObjectState(false);
-  EXPECT_TRUE(q.creatingProceduralObjectState());
-  EXPECT_FALSE(q.creatingReferenceObjectState());
-  EXPECT_EQ(q.stateFlags(), 2u);
-
+  EXPECT_EQ(std::tuple(q.stateFlags(), q.creatingProceduralObjectState(),
+                       q.creatingReferenceObjectState()),
+            std::tuple(2u, true, false));
   TparamCurveHelperMsg copy(q);
-  EXPECT_EQ(copy.stateFlags(), 2u);
-  EXPECT_EQ(copy.helpRequest(), Help::kHelpProcedural);
+  EXPECT_EQ(std::tuple(copy.stateFlags(), copy.helpRequest()),
+            std::tuple(2u, Help::kHelpProcedural));
   copy.helpRequest(Help::kHelpReference);
   EXPECT_EQ(copy.helpRequest(), Help::kHelpReference);
   EXPECT_EQ(TparamCurveHelperMsg(Help::kHelpUpdate, false).stateFlags(), 0u);
@@ -147,15 +134,8 @@ class MsgDepot : public ::testing::Test {
   TmessageRecorder rec;
 };
 
-TEST_F(MsgDepot, SendsAtOnceAndReusesTheList) {
-  change(a);
-  change(b);
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&a}, {&b}}));
-  EXPECT_TRUE(depot().changedCurves().empty());
-  EXPECT_EQ(depot().pendingFlag(), 0u);
-}
-
-TEST_F(MsgDepot, ListPointsAtTheDepotsOwnListDuringTheSend) {
+// The message's list is the depot's own, filled for the send and emptied after it.
+TEST_F(MsgDepot, SendsAtOnceFromItsOwnList) {
   struct Tspy : Tclient {
     const TparamCurvePtrArray* seen = nullptr;
     unsigned countDuringSend = 0;
@@ -166,8 +146,11 @@ TEST_F(MsgDepot, ListPointsAtTheDepotsOwnListDuringTheSend) {
     s->countDuringSend = s->seen->count();
   });
   change(a);
-  EXPECT_EQ(spy.seen, &depot().changedCurves());
-  EXPECT_EQ(spy.countDuringSend, 1u);
+  change(b);
+  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&a}, {&b}}));
+  EXPECT_EQ(std::tuple(spy.seen, spy.countDuringSend, depot().changedCurves().count(),
+                       depot().pendingFlag()),
+            std::tuple(&depot().changedCurves(), 1u, 0u, 0u));
 }
 
 TEST_F(MsgDepot, DelayedCurvesGoOutTogetherInFirstChangeOrder) {
@@ -181,14 +164,10 @@ TEST_F(MsgDepot, DelayedCurvesGoOutTogetherInFirstChangeOrder) {
   EXPECT_EQ(rec.count(Kind::kChanged), 0u);  // still one level of delay
   EXPECT_EQ(depot().changedCurves().count(), 2u);
   TparamCurve::resumeMessagesAndUpdate();
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&b, &a}}));
   EXPECT_TRUE(depot().changedCurves().empty());
-}
-
-TEST_F(MsgDepot, ResumeWithNothingGatheredSendsNothing) {
-  TparamCurve::delayMessages();
+  TparamCurve::delayMessages();  // nothing gathered: nothing sent
   TparamCurve::resumeMessagesAndUpdate();
-  EXPECT_EQ(rec.count(Kind::kChanged), 0u);
+  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&b, &a}}));
 }
 
 TEST_F(MsgDepot, UnmatchedResumeWrapsAndKeepsMessagesDelayed) {
@@ -225,9 +204,9 @@ TEST_F(MsgDepot, RemoveGlobalClientLeavesTheHelperRegistration) {
   TparamCurve::removeGlobalClient(&rec);
   rec.log.clear();
   change(a);
-  EXPECT_EQ(rec.count(Kind::kChanged), 0u);
-  EXPECT_EQ(rec.count(Help::kHelpBeginChange), 1u);
-  EXPECT_EQ(rec.count(Help::kHelpUpdate), 1u);
+  EXPECT_EQ(std::tuple(rec.count(Kind::kChanged), rec.count(Help::kHelpBeginChange),
+                       rec.count(Help::kHelpUpdate)),
+            std::tuple(0u, 1u, 1u));
   // The helper withdraws through the depot itself.
   depot().removeClient(&rec);
   rec.log.clear();
@@ -252,17 +231,15 @@ TEST(NotifyModule, StopTellsDepotClientsAndRestartRestoresRecords) {
   TmessageRecorder rec;
   rec.listenTo(TparamCurve::globalMsgDepot(), TserverDeletedMsgTmeta);
   internal::stopNotifyModule();
-  EXPECT_EQ(rec.count(Kind::kDeleted), 1u);
-  EXPECT_EQ(internal::msgDepot(), nullptr);
-  EXPECT_EQ(TparamCurveChangedMsgTmeta, nullptr);
-  EXPECT_EQ(TkeyframeAddDeleteMsgTmeta, nullptr);
-  EXPECT_EQ(rec.serverCount(), 0u);
+  EXPECT_EQ(std::tuple(rec.count(Kind::kDeleted), rec.serverCount()), std::tuple(1u, 0u));
+  EXPECT_EQ(
+      std::tuple(internal::msgDepot(), TparamCurveChangedMsgTmeta, TkeyframeAddDeleteMsgTmeta),
+      std::tuple(nullptr, nullptr, nullptr));
 
   internal::startNotifyModule();
   ASSERT_NE(internal::msgDepot(), nullptr);
   EXPECT_EQ(&TparamCurve::globalMsgDepot(), internal::msgDepot());
-  EXPECT_NE(TparamCurveModifiedMsgTmeta, nullptr);
-  EXPECT_NE(TkeyframeMovedMsgTmeta, nullptr);
+  EXPECT_TRUE(TparamCurveModifiedMsgTmeta != nullptr && TkeyframeMovedMsgTmeta != nullptr);
   EXPECT_EQ(TparamCurveChangedMsgTmeta->parent(), TserverModifiedMsgTmeta);
   internal::startNotifyModule();  // a second start changes nothing
   EXPECT_EQ(&TparamCurve::globalMsgDepot(), internal::msgDepot());

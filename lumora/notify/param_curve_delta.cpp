@@ -1,7 +1,7 @@
 // Curve deltas: the composites that gather them, the kinds, and their type
 // records.
-#include "lumora/base/internal/module_storage.h"
 #include "lumora/notify/param_curve_delta.h"
+#include "lumora/base/internal/module_storage.h"
 
 #include <algorithm>
 #include <cmath>
@@ -43,6 +43,10 @@ constexpr double kDragValueTolerance = 1e-10;
 
 // Tangent coordinates closer than this count as unchanged.
 constexpr float kTangentTolerance = 1e-5f;
+
+// Relative difference up to which a tangent component written again through
+// the evaluator is the same component, moved only by renormalising.
+constexpr float kRenormalisationSlack = 1e-6f;
 
 // Selection bits of a key (flag bits 22 to 24) as a TpickKey mask.
 std::uint32_t pickStateOf(const Tkeyframe& key) {
@@ -128,7 +132,7 @@ unsigned TparamCurveDelta::indexOfKey(const TparamCurve& curve, const Tkeyframe*
   return kNoIndex;
 }
 
-bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key) {
+bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key, bool refreshNewFirst) {
   const unsigned index = indexOfKey(curve, key);
   if (index == kNoIndex) return false;
   if (!curve.beginChange()) return false;
@@ -138,8 +142,8 @@ bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key) {
   if (index > 0) {
     curve.setSpanInterpMethod(index - 1);
     curve.modifyTangents(index - 1);
-  } else if (curve.keyframeCount() > 0) {
-    // The new first key has lost its previous neighbour.
+  } else if (refreshNewFirst && curve.keyframeCount() > 0) {
+    // The new first key has lost the previous neighbour it was computed with.
     curve.modifyTangents(0);
   }
   curve.invalidateCache(static_cast<int>(index));
@@ -345,7 +349,7 @@ void TPCDaddRemoveKey::undo() {
   if (fCurve) {
     if (fOperation == kKeyAdded) takeOut();
     if (fOperation == kKeyRemoved) putBack();
-    if (fOperation == kKeyReplaced) swapState();
+    if (fOperation == kKeyReplaced && !fStateSwapped) fStateSwapped = swapState();
   }
   setUndone(true);
 }
@@ -354,7 +358,7 @@ void TPCDaddRemoveKey::redo() {
   if (fCurve) {
     if (fOperation == kKeyAdded) putBack();
     if (fOperation == kKeyRemoved) takeOut();
-    if (fOperation == kKeyReplaced) swapState();
+    if (fOperation == kKeyReplaced && fStateSwapped) fStateSwapped = !swapState();
   }
   setUndone(false);
 }
@@ -367,13 +371,17 @@ void TPCDaddRemoveKey::putBack() {
 
 void TPCDaddRemoveKey::takeOut() {
   if (fKeyOut) return;
-  if (detachKey(*fCurve, fKeyframe)) fKeyOut = true;
+  // Redoing a removal repeats remove(), which leaves a new first key alone;
+  // undoing an addition in front must give that key its old tangents back.
+  if (detachKey(*fCurve, fKeyframe, /*refreshNewFirst=*/fOperation == kKeyAdded)) fKeyOut = true;
 }
 
-void TPCDaddRemoveKey::swapState() {
-  if (!fKeyframe || indexOfKey(*fCurve, fSubjectKey) == kNoIndex) return;
+bool TPCDaddRemoveKey::swapState() {
+  if (!fKeyframe || indexOfKey(*fCurve, fSubjectKey) == kNoIndex) return false;
   const Tkeyframe replaced(*fSubjectKey);
-  if (fCurve->replaceKey(fSubjectKey, *fKeyframe)) *fKeyframe = replaced;
+  if (!fCurve->replaceKey(fSubjectKey, *fKeyframe)) return false;
+  *fKeyframe = replaced;
+  return true;
 }
 
 // --- TPCDinsertKey -----------------------------------------------------------------------
@@ -408,7 +416,7 @@ void TPCDinsertKey::undo() {
   if (i == kNoIndex || !fCurve->beginChange()) return;
   fIndex = i;
   swapNeighbours(i, i + 1);
-  if (detachKey(*fCurve, fInserted)) {
+  if (detachKey(*fCurve, fInserted, /*refreshNewFirst=*/true)) {
     fKeyOut = true;
   } else {
     swapNeighbours(i, i + 1);
@@ -442,13 +450,17 @@ void TPCDinsertKey::swapNeighbours(unsigned at, unsigned next) {
     float y = 0.0f;
     const TtangentType type = inSide ? key->tanInType() : key->tanOutType();
     if (type == kTangentFixed) {
-      // Written again through the curve so that its caches follow.
+      // Written again through the curve so that its caches follow. A unit
+      // vector normalised again can move by its last bit, so the swapped-in
+      // bits are put back afterwards.
       if (inSide) {
         key->getTanIn(x, y);
         fCurve->setTanIn(key, x, y);
+        key->setTanIn(x, y);
       } else {
         key->getTanOut(x, y);
         fCurve->setTanOut(key, x, y);
+        key->setTanOut(x, y);
       }
     }
     fCurve->notifyClientsOfChange(key, 3);
@@ -625,11 +637,42 @@ void TPCDdragTan::apply(TtangentType type, float x, float y) {
   const bool unmoved = fOldType == kTangentFixed && fNewType == kTangentFixed &&
                        std::fabs(fOldX - fNewX) < kTangentTolerance &&
                        std::fabs(fOldY - fNewY) < kTangentTolerance;
-  if (!unmoved) fCurve->dragTangent(fIndex, x, y, fInSide);
+  if (!unmoved) replayDrag(x, y);
   if (fOldType != fNewType) {
-    fCurve->setTangentTypeHelper(fIndex, type,
-                                 fInSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide);
+    fCurve->setTangentTypeHelper(fIndex, type, fInSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide);
   }
+}
+
+void TPCDdragTan::replayDrag(float x, float y) {
+  Tkeyframe* key = fCurve->keyframe(fIndex);
+  if (!key) return;
+  if (!fCurve->dragTangent(fIndex, x, y, fInSide)) {
+    // dragTangent refuses the in side of a key that starts a linear span, yet
+    // a type change recorded there must still bring its vector back: the
+    // same write and fixed type, without the refusal.
+    if (!fInSide || key->interpMethod() != Tkeyframe::kSpanLinear) return;
+    if (!fCurve->beginChange()) return;
+    fCurve->setTanIn(key, x, y);
+    fCurve->setTangentTypeHelper(fIndex, kTangentFixed, Tkeyframe::kInSide);
+    fCurve->endChange(true);
+  }
+  // The recorded vectors were read from the key in their stored form, and
+  // normalising a unit vector again can move its last bit; those bits
+  // themselves go back.
+  float storedX = 0.0f;
+  float storedY = 0.0f;
+  key->getTangent(fInSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, storedX, storedY);
+  const auto near = [](float stored, float recorded) {
+    return std::fabs(stored - recorded) <=
+           kRenormalisationSlack * std::fmax(1.0f, std::fabs(recorded));
+  };
+  if ((storedX == x && storedY == y) || !near(storedX, x) || !near(storedY, y)) return;
+  if (fInSide) {
+    key->setTanIn(x, y);
+  } else {
+    key->setTanOut(x, y);
+  }
+  fCurve->invalidateCache(static_cast<int>(fIndex));
 }
 
 // --- TPCDcurveDelta ----------------------------------------------------------------------
@@ -657,12 +700,12 @@ void* TPCDcurveDelta::cast(Tmetaclass* record) {
 }
 
 void TPCDcurveDelta::undo() {
-  exchange();
+  if (!fSwapped) fSwapped = exchange();
   setUndone(true);
 }
 
 void TPCDcurveDelta::redo() {
-  exchange();
+  if (fSwapped) fSwapped = !exchange();
   setUndone(false);
 }
 
@@ -675,9 +718,9 @@ bool TPCDcurveDelta::inSnapshot(const Tkeyframe* key) const {
   return std::binary_search(fEntries.begin(), fEntries.end(), probe, byKey);
 }
 
-void TPCDcurveDelta::exchange() {
-  if (!fCurve || !fCurve->keyArray()) return;
-  if (!fCurve->beginChange()) return;
+bool TPCDcurveDelta::exchange() {
+  if (!fCurve || !fCurve->keyArray()) return false;
+  if (!fCurve->beginChange()) return false;
 
   std::vector<Tkeyframe*> present;
   const unsigned before = fCurve->physicalCount();
@@ -711,14 +754,14 @@ void TPCDcurveDelta::exchange() {
   }
   std::erase_if(fEntries, [](const Tentry& entry) { return entry.key == nullptr; });
 
+  // The saved states carry their span methods and tangents; only the
+  // curve's static flag, which removeAllKeys set, is derived again.
   const unsigned n = fCurve->physicalCount();
-  for (unsigned i = 0; i < n; ++i) {
-    fCurve->setSpanInterpMethod(i);
-    fCurve->checkStaticValueCondition(i);
-  }
+  for (unsigned i = 0; i < n; ++i) fCurve->checkStaticValueCondition(i);
   fCurve->invalidateCache(-1);
   for (unsigned i = 0; i < n; ++i) fCurve->notifyClientsOfChange(i, 2);
   fCurve->endChange(true);
+  return true;
 }
 
 // --- TPCDweightedTangents ----------------------------------------------------------------

@@ -108,9 +108,12 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   static unsigned indexOfKey(const TparamCurve& curve, const Tkeyframe* key);
   /// Takes the object `key` out of `curve` without deleting it, as a removal
   /// does (add/delete and removal messages, neighbours' tangents, caches).
-  /// False, with nothing changed, when the key is not in the curve or the
-  /// change is refused. The caller owns the key afterwards.
-  static bool detachKey(TparamCurve& curve, Tkeyframe* key);
+  /// A removal leaves the tangents of a new first key as they were; with
+  /// `refreshNewFirst` they are recomputed too, which undoing an addition in
+  /// front of the curve needs. False, with nothing changed, when the key is
+  /// not in the curve or the change is refused. The caller owns the key
+  /// afterwards.
+  static bool detachKey(TparamCurve& curve, Tkeyframe* key, bool refreshNewFirst);
   /// Puts key `index` back to `time`, `value` and quaternion `w` inside one
   /// change scope, re-sorting the key object within the array when the new
   /// time breaks the order (the object is kept, so handles stay valid), and
@@ -229,7 +232,8 @@ class LUMORA_API TPCDinfinityType : public TparamCurveDelta {
 /// For 0 and 1 `keyframe` is the key object itself, and undo and redo move
 /// that very object in and out of the curve. For 2 `keyframe` is a private
 /// copy of the key's other state, owned by the delta, and `subject` is the key
-/// in the curve; undo and redo swap the two states. Destruction deletes the
+/// in the curve; undo and redo swap the two states (an undo repeated without
+/// a redo between swaps nothing, and likewise for redo). Destruction deletes the
 /// key object when it is outside the curve (operation 1 done, operation 0
 /// undone) and always the private copy of operation 2. Other operation values
 /// do nothing and own nothing. Undo and redo find the key object by its time
@@ -257,14 +261,18 @@ class LUMORA_API TPCDaddRemoveKey : public TparamCurveDelta {
   void putBack();
   /// Takes the key object out of the curve again.
   void takeOut();
-  /// Exchanges the subject key's state with the saved copy.
-  void swapState();
+  /// Exchanges the subject key's state with the saved copy; false when the
+  /// curve refused (nothing exchanged).
+  bool swapState();
 
   int fOperation;
   Tkeyframe* fKeyframe;
   // Whether the key object is outside the curve, as last seen by this delta.
   // Follows the undone mark unless the curve refused an undo or redo.
   bool fKeyOut = false;
+  // Operation 2: whether the key holds the state from before the overwrite.
+  // A repeated undo or redo then exchanges nothing.
+  bool fStateSwapped = false;
 };
 
 /// A shape-keeping insertion: the inserted key object and copies of its
@@ -388,8 +396,10 @@ class LUMORA_API TPCDdragKey : public TparamCurveDelta {
 /// One side's tangent of key `index` changed (its vector, its type or both).
 ///
 /// Undo and redo replay the change as a tangent drag to the recorded vector
-/// followed, when the types differ, by setting the recorded type. A key
-/// index out of range makes them do nothing.
+/// followed, when the types differ, by setting the recorded type. The vector
+/// is written even on the in side of a key that starts a linear span, where
+/// dragTangent itself refuses, and a vector recorded from a key comes back bit
+/// for bit. A key index out of range makes them do nothing.
 class LUMORA_API TPCDdragTan : public TparamCurveDelta {
  public:
   TPCDdragTan(TparamCurve* curve, unsigned index, bool inSide, TtangentType oldType,
@@ -406,6 +416,8 @@ class LUMORA_API TPCDdragTan : public TparamCurveDelta {
  private:
   /// Puts the side to (x, y) and `type`.
   void apply(TtangentType type, float x, float y);
+  /// Writes (x, y) to the side as a drag does, also where a drag is refused.
+  void replayDrag(float x, float y);
 
   bool fInSide;
   unsigned fIndex;
@@ -420,7 +432,9 @@ class LUMORA_API TPCDdragTan : public TparamCurveDelta {
 /// A snapshot of every key of the curve, taken at construction.
 ///
 /// Undo and redo are the same exchange: the curve's key objects take the
-/// saved states (keeping their own selection) and the snapshot takes theirs.
+/// saved states whole, span methods included (each keeps its own selection),
+/// and the snapshot takes theirs. An undo repeated without a redo between
+/// exchanges nothing, and likewise for redo.
 /// Keys that are in the curve but not in the snapshot are deleted, as the
 /// state they belong to is gone; saved keys that are not in the curve at the
 /// time are left alone. The copies are owned; the key objects are the
@@ -443,10 +457,12 @@ class LUMORA_API TPCDcurveDelta : public TparamCurveDelta {
     std::unique_ptr<Tkeyframe> copy;  // the other state
   };
   static bool byKey(const Tentry& a, const Tentry& b);
-  void exchange();
+  /// False when the curve refused (nothing exchanged).
+  bool exchange();
   bool inSnapshot(const Tkeyframe* key) const;
 
   std::vector<Tentry> fEntries;  // sorted by key object, for lookups by key
+  bool fSwapped = false;         // the curve holds the saved states
 };
 
 /// The weighted flag changed; `weighted` is the state before the change.

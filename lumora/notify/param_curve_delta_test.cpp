@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -26,14 +27,8 @@ class TloggingDelta : public TparamCurveDelta {
   TloggingDelta(std::vector<std::string>& log, std::string name)
       : TparamCurveDelta(nullptr), fLog(log), fName(std::move(name)) {}
   ~TloggingDelta() override { fLog.push_back("~" + fName); }
-  void undo() override {
-    fLog.push_back("u" + fName);
-    setUndone(true);
-  }
-  void redo() override {
-    fLog.push_back("r" + fName);
-    setUndone(false);
-  }
+  void undo() override { fLog.push_back("u" + fName), setUndone(true); }
+  void redo() override { fLog.push_back("r" + fName), setUndone(false); }
 
  private:
   std::vector<std::string>& fLog;
@@ -46,23 +41,17 @@ TPCDdragKey* drag(TparamCurve* curve, TtimeValue from, TtimeValue to, double old
 }
 
 // Everything undo must put back, key by key, compared bitwise.
-struct TkeyState {
-  Tkeyframe* object;
-  std::int32_t timeWord;
-  double value;
-  float inX, inY, outX, outY;
-  TtangentType inType, outType;
-  bool operator==(const TkeyState&) const = default;
-};
+using TkeyState = std::tuple<Tkeyframe*, std::int32_t, double, std::uint32_t, float, float, float,
+                             float, TtangentType, TtangentType>;
 
 std::vector<TkeyState> stateOf(const TparamCurve& curve) {
   std::vector<TkeyState> state;
   for (unsigned i = 0; i < curve.keyframeCount(); ++i) {
     Tkeyframe* k = curve.keyframe(i);
-    TkeyState s{k, k->timeAsTicks(), k->value(), 0, 0, 0, 0, k->tanInType(), k->tanOutType()};
-    k->getTanIn(s.inX, s.inY);
-    k->getTanOut(s.outX, s.outY);
-    state.push_back(s);
+    TkeyState& s = state.emplace_back(k, k->timeAsTicks(), k->value(), k->flags().bits(), 0.0f,
+                                      0.0f, 0.0f, 0.0f, k->tanInType(), k->tanOutType());
+    k->getTanIn(std::get<4>(s), std::get<5>(s));
+    k->getTanOut(std::get<6>(s), std::get<7>(s));
   }
   return state;
 }
@@ -87,29 +76,20 @@ class CurveDeltas : public ::testing::Test {
 
 // --- Composites --------------------------------------------------------------------------
 
-TEST_F(CurveDeltas, CompositeUndoesBackwardAndRedoesForward) {
-  TparamCurveDeltaComp composite;
-  for (const char* name : {"a", "b", "c"}) composite.addLast(new TloggingDelta(log, name));
-  composite.undo();
-  EXPECT_TRUE(composite.isUndone());
-  composite.redo();
-  EXPECT_FALSE(composite.isUndone());
-  EXPECT_EQ(log, (std::vector<std::string>{"uc", "ub", "ua", "ra", "rb", "rc"}));
-}
-
-TEST_F(CurveDeltas, CompositeDeletesChildrenInTheOrderOfItsState) {
+// Undo runs backward, redo forward; children are deleted in the order of the state.
+TEST_F(CurveDeltas, CompositeOrdersUndoRedoAndDeletion) {
   {
-    TparamCurveDeltaComp done;
-    done.addLast(new TloggingDelta(log, "a"));
-    done.addLast(new TloggingDelta(log, "b"));
-  }
-  {
-    TparamCurveDeltaComp undone;
-    undone.addLast(new TloggingDelta(log, "c"));
-    undone.addLast(new TloggingDelta(log, "d"));
+    TparamCurveDeltaComp done, undone;
+    for (const char* name : {"a", "b", "c"}) done.addLast(new TloggingDelta(log, name));
+    for (const char* name : {"d", "e"}) undone.addLast(new TloggingDelta(log, name));
+    done.undo();
+    EXPECT_TRUE(done.isUndone());
+    done.redo();
+    EXPECT_FALSE(done.isUndone());
     undone.undo();
   }
-  EXPECT_EQ(log, (std::vector<std::string>{"~a", "~b", "ud", "uc", "~d", "~c"}));
+  EXPECT_EQ(log, (std::vector<std::string>{"uc", "ub", "ua", "ra", "rb", "rc", "ue", "ud", "~e",
+                                           "~d", "~a", "~b", "~c"}));
 }
 
 // --- Recording into the curve ------------------------------------------------------------
@@ -136,9 +116,8 @@ TEST_F(CurveDeltas, AddDeltaRecordsOnlyWhileInModification) {
   EXPECT_FALSE(Access::addDelta(curve, new TloggingDelta(log, "c"), false));
   auto* appended = new TloggingDelta(log, "d");
   EXPECT_TRUE(Access::addDelta(curve, appended, true));
-  EXPECT_EQ(curve.currentDelta(), composite);
-  EXPECT_EQ(composite->childCount(), 4u);
-  EXPECT_EQ(composite->child(3), appended);
+  EXPECT_EQ(std::tuple(curve.currentDelta(), composite->childCount(), composite->child(3)),
+            std::tuple(composite, 4u, appended));
 
   delete curve.endMod();
   EXPECT_EQ(log, (std::vector<std::string>{"~x", "~a", "~b", "~c", "~d"}));
@@ -149,8 +128,7 @@ TEST_F(CurveDeltas, EndParamCurveModFlattensTheCurvesComposite) {
 
   action.beginParamCurveMod(curve);
   EXPECT_TRUE(curve.isMod());
-  EXPECT_FALSE(action.endParamCurveMod(curve));  // nothing recorded
-  EXPECT_FALSE(curve.isMod());
+  EXPECT_FALSE(action.endParamCurveMod(curve) || curve.isMod());  // nothing recorded
 
   action.beginParamCurveMod(curve);
   curve.setPreInfinityType(TparamCurve::kLinear);
@@ -172,6 +150,7 @@ TEST_F(CurveDeltas, EndParamCurveModFlattensTheCurvesComposite) {
 
 TEST_F(CurveDeltas, ConsecutiveDragsOfOneKeyMergeIntoOneAtTheEnd) {
   TkeyframeHandle handle(&curve, keys[0], /*makeClient=*/true);
+  const std::vector<TkeyState> initial = stateOf(curve);
   action.beginParamCurveMod(curve);
   TPCDdragKey* first = drag(&curve, 0.0f, 0.5f, 0.0, 5.0, new TkeyframeHandle(handle));
   first->redo();  // performs the drag it describes
@@ -184,51 +163,34 @@ TEST_F(CurveDeltas, ConsecutiveDragsOfOneKeyMergeIntoOneAtTheEnd) {
   ASSERT_TRUE(action.endParamCurveMod(curve));
 
   ASSERT_EQ(action.childCount(), 2u);
-  EXPECT_EQ(action.child(1), second);
-  EXPECT_EQ(second->oldTime(), TtimeValue(0.0f));
-  EXPECT_EQ(second->oldValue(), 0.0);
-  EXPECT_EQ(curve.keyframe(1), keys[0]);
-
+  EXPECT_EQ(std::tuple(action.child(1), second->oldTime(), second->oldValue(), curve.keyframe(1)),
+            std::tuple(second, TtimeValue(0.0f), 0.0, keys[0]));
+  const std::vector<TkeyState> dragged = stateOf(curve);
   action.undoPC();
-  EXPECT_EQ(curve.keyframe(0), keys[0]);
-  EXPECT_EQ(curve.keyframe(1), keys[1]);
-  EXPECT_EQ(keys[0]->timeAsFloat(), 0.0f);
-  EXPECT_EQ(keys[0]->value(), 0.0);
+  EXPECT_EQ(stateOf(curve), initial);
   EXPECT_TRUE(handle.isValid());
-
   action.redoPC();
-  EXPECT_EQ(curve.keyframe(1), keys[0]);
-  EXPECT_EQ(keys[0]->timeAsFloat(), 1.5f);
-  EXPECT_EQ(keys[0]->value(), 7.0);
+  EXPECT_EQ(stateOf(curve), dragged);
+  EXPECT_EQ(std::tuple(keys[0]->timeAsFloat(), keys[0]->value()), std::tuple(1.5f, 7.0));
 }
 
 TEST_F(CurveDeltas, DragsThatDoNotContinueEachOtherStaySeparate) {
   TparamCurve other(/*isFloat=*/true);
-  struct Case {
-    const char* what;
-    TparamCurve* secondCurve;
-    TtimeValue secondStart;
-    double secondStartValue;
-    unsigned children;
-  };
-  const Case cases[] = {
+  // What the second drag differs in, and the children that result.
+  const std::tuple<const char*, TparamCurve*, TtimeValue, double, unsigned> cases[] = {
       {"continues", &curve, 1.0f, 5.0 + 5e-11, 1u},
       {"value 1e-9 apart", &curve, 1.0f, 5.0 + 1e-9, 2u},
       {"time apart", &curve, 1.00001f, 5.0, 2u},
       {"other curve", &other, 1.0f, 5.0, 2u},
   };
-  for (const Case& c : cases) {
+  for (const auto& [what, secondCurve, start, startValue, children] : cases) {
     TparamCurveDeltaComp composite;
-    // Offered as plain deltas, the way a curve offers them.
-    Tdelta& target = composite;
+    Tdelta& target = composite;  // offered as plain deltas, the way a curve offers them
     target.merge(drag(&curve, 0.0f, 1.0f, 0.0, 5.0));
-    target.merge(drag(c.secondCurve, c.secondStart, 2.0f, c.secondStartValue, 9.0));
-    EXPECT_EQ(composite.childCount(), c.children) << c.what;
+    target.merge(drag(secondCurve, start, 2.0f, startValue, 9.0));
+    EXPECT_EQ(composite.childCount(), children) << what;
   }
-}
-
-TEST_F(CurveDeltas, AppendingAtTheEndNeverMerges) {
-  curve.beginMod();
+  curve.beginMod();  // appending at the end never merges
   Access::addDelta(curve, drag(&curve, 0.0f, 1.0f, 0.0, 5.0), true);
   Access::addDelta(curve, drag(&curve, 1.0f, 2.0f, 5.0, 9.0), true);
   const auto* composite = static_cast<const TparamCurveDeltaComp*>(curve.currentDelta());
@@ -249,16 +211,14 @@ TEST_F(CurveDeltas, SettingsRoundTrip) {
   ASSERT_TRUE(action.endParamCurveMod(curve));
   EXPECT_EQ(action.childCount(), 3u);  // the invalid mode is neither stored nor recorded
 
+  const auto settings = [&] {
+    return std::tuple(curve.postInfinityType(), curve.isWeighted(),
+                      curve.getRotationInterpolation());
+  };
   action.undoPC();
-  EXPECT_EQ(curve.postInfinityType(), TparamCurve::kConstant);
-  EXPECT_EQ(curve.isWeighted(), weighted);
-  EXPECT_EQ(curve.getRotationInterpolation(), TparamCurve::kEuler);
-
+  EXPECT_EQ(settings(), std::tuple(TparamCurve::kConstant, weighted, TparamCurve::kEuler));
   action.redoPC();
-  EXPECT_EQ(curve.postInfinityType(), TparamCurve::kCycle);
-  EXPECT_EQ(curve.isWeighted(), !weighted);
-  EXPECT_EQ(curve.getRotationInterpolation(), TparamCurve::kQuaternion);
-
+  EXPECT_EQ(settings(), std::tuple(TparamCurve::kCycle, !weighted, TparamCurve::kQuaternion));
   action.undoPC();  // the weighting toggle works both ways more than once
   EXPECT_EQ(curve.isWeighted(), weighted);
 }
@@ -271,33 +231,24 @@ TEST_F(CurveDeltas, UndoingARemovalBringsBackTheSameKeyObject) {
   EXPECT_FALSE(handle.isValid());
 
   action.undoPC();
-  EXPECT_EQ(curve.keyframeCount(), 3u);
-  EXPECT_EQ(curve.keyframe(1), keys[1]);
-  EXPECT_TRUE(handle.isValid());
-
+  EXPECT_EQ(std::tuple(curve.keyframeCount(), curve.keyframe(1), handle.isValid()),
+            std::tuple(3u, keys[1], true));
   action.redoPC();  // out again; the action owns it from here on
-  EXPECT_EQ(curve.keyframeCount(), 2u);
-  EXPECT_FALSE(handle.isValid());
+  EXPECT_EQ(std::tuple(curve.keyframeCount(), handle.isValid()), std::tuple(2u, false));
 }
 
 TEST_F(CurveDeltas, CurveSnapshotSwapsEveryKeyBackAndKeepsSelection) {
-  const Tkeyframe before(*keys[1]);
   action.beginParamCurveMod(curve);
   curve.generateCurveDeltas();
   ASSERT_TRUE(action.endParamCurveMod(curve));
+  std::vector<TkeyState> before = stateOf(curve);
   curve.setValue(1, 99.0);
   keys[1]->setTanOut(2.0f, 3.0f);
   keys[1]->setActive(TbitField32(TpickKey::kPickKey), true);
+  std::get<3>(before[1]) = keys[1]->flags().bits();  // the selection is kept
 
   action.undoPC();
-  EXPECT_EQ(curve.keyframeCount(), 3u);
-  EXPECT_EQ(curve.keyframe(1), keys[1]);
-  EXPECT_EQ(keys[1]->value(), before.value());
-  float x = 0.0f, y = 0.0f, bx = 0.0f, by = 0.0f;
-  keys[1]->getTanOut(x, y);
-  before.getTanOut(bx, by);
-  EXPECT_EQ(x, bx);
-  EXPECT_EQ(y, by);
+  EXPECT_EQ(stateOf(curve), before);
   EXPECT_TRUE(keys[1]->isKeyframeActive());
 
   action.redoPC();
@@ -330,11 +281,12 @@ TEST_F(CurveDeltas, BlockDeltaTakesKeysOutByListOrByRange) {
     times.addLast(TanimTime(6000 * i));
     values.addLast(10.0 * i);
   }
+  const std::vector<TkeyState> initial = stateOf(curve);
   ASSERT_TRUE(curve.blockAdd(times, values, kTangentSpline, kTangentSpline));
   TPCDblockAddRemoveKey added(&curve, TPCDblockAddRemoveKey::kBlockAdded, &times, &values,
                               kTangentSpline, kTangentSpline, /*ownsArrays=*/false);
   added.undo();
-  EXPECT_EQ(curve.keyframeCount(), 3u);
+  EXPECT_EQ(stateOf(curve), initial);
   added.redo();
   ASSERT_EQ(curve.keyframeCount(), 6u);
   EXPECT_EQ(curve.keyframe(4)->value(), 40.0);
@@ -348,12 +300,7 @@ TEST_F(CurveDeltas, BlockDeltaTakesKeysOutByListOrByRange) {
 // --- Type records ------------------------------------------------------------------------
 
 TEST_F(CurveDeltas, RecordsFollowTheClassTree) {
-  struct Row {
-    Tmetaclass* record;
-    const char* name;
-    Tmetaclass* parent;
-  };
-  const Row rows[] = {
+  const std::tuple<Tmetaclass*, const char*, Tmetaclass*> rows[] = {
       {TdeltaTmeta, "Tdelta", nullptr},
       {TdeltaCompositeTmeta, "TdeltaComposite", TdeltaTmeta},
       {TparamCurveDeltaTmeta, "TparamCurveDelta", TdeltaTmeta},
@@ -371,17 +318,16 @@ TEST_F(CurveDeltas, RecordsFollowTheClassTree) {
       {TPCDrotationInterpolationTmeta, "TPCDrotationInterpolation", TparamCurveDeltaTmeta},
       {TparamCurveDeltaCompTmeta, "TparamCurveDeltaComp", TdeltaCompositeTmeta},
   };
-  for (const Row& row : rows) {
-    ASSERT_NE(row.record, nullptr) << row.name;
-    EXPECT_STREQ(row.record->name(), row.name);
-    EXPECT_EQ(row.record->parent(), row.parent) << row.name;
+  for (const auto& [record, name, parent] : rows) {
+    ASSERT_NE(record, nullptr) << name;
+    EXPECT_STREQ(record->name(), name);
+    EXPECT_EQ(record->parent(), parent) << name;
   }
   // The host's composite has no record of its own.
   EXPECT_EQ(action.typeof(), TparamCurveDeltaCompTmeta);
   TPCDdragTan tan(&curve, 0, true, kTangentSpline, kTangentFixed, 0.0f, 0.0f, 1.0f, 1.0f);
   EXPECT_EQ(tan.cast(TparamCurveDeltaTmeta), static_cast<TparamCurveDelta*>(&tan));
   EXPECT_EQ(tan.cast(TdeltaCompositeTmeta), nullptr);
-
   internal::stopDeltaRecords();
   EXPECT_EQ(TPCDdragKeyTmeta, nullptr);
   EXPECT_FALSE(isDeltaOfType(&tan, TparamCurveDeltaTmeta));

@@ -34,7 +34,9 @@ void TprefKeyframe::writeAsCommand(Tstring& out) const {
   out.catenate(";");
 }
 
-Tmetaclass* TprefKeyframe::typeof() const { return TprefKeyframeTmeta; }
+Tmetaclass* TprefKeyframe::typeof() const {
+  return TprefKeyframeTmeta;
+}
 
 void* TprefKeyframe::cast(Tmetaclass* record) {
   if (record && record == TprefKeyframeTmeta) return this;
@@ -51,7 +53,11 @@ namespace {
 // The basket that owns the keyframe preference item.
 class TkeyframePrefBasket final : public Tbasket {
  public:
-  TkeyframePrefBasket() { adopt(new TprefKeyframe()); }
+  TkeyframePrefBasket() {
+    auto* item = new TprefKeyframe();
+    // A refused item is not the basket's: without this it would leak.
+    if (adopt(item) != 0) delete item;
+  }
 };
 
 void createKeyframePreferences() {

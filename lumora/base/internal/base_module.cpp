@@ -2,8 +2,8 @@
 
 #include <iterator>
 
-#include "lumora/base/internal/module_storage.h"
 #include "lumora/base/client_server.h"
+#include "lumora/base/internal/module_storage.h"
 #include "lumora/base/metaclass.h"
 #include "lumora/base/preference.h"
 #include "lumora/base/server_msg.h"

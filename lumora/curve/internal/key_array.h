@@ -3,8 +3,8 @@
 // A float array orders keys by their float seconds with the keys' tolerant
 // operators (two keys within 1e-5 s are the same time); a tick array orders
 // them by integer ticks exactly. Neither allows two keys at one time, and a
-// key whose float time is NaN is refused. The array does not delete keys: the
-// curve that owns it does.
+// key whose float time is not finite (NaN or infinite) is refused. The array
+// does not delete keys: the curve that owns it does.
 #pragma once
 
 #include "lumora/base/sorted_array.h"
@@ -28,7 +28,7 @@ class TkeyArray final : public TsortedArray {
   int compare(const void* a, const void* b) const override;
 
   /// Inserts `key` in order; 0 and its index on success, nonzero when the time
-  /// is taken or not a number.
+  /// is taken or not finite.
   int insertKey(Tkeyframe* key, unsigned& index);
   /// Appends `key` when it is later than the last key; nonzero otherwise.
   int appendKey(Tkeyframe* key);
