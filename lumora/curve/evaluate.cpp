@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 
+#include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
@@ -45,20 +46,40 @@ bool isNanTime(const TtimeValue& t) {
 
 }  // namespace
 
-double TparamCurve::evaluate(float t) {
+bool TparamCurve::evaluateLoadedSpan(float t, double& value) const {
+  // A NaN fails both comparisons, and an empty range (0, 0) holds nothing.
+  if (!(t > fLoadedSpanStart && t < fLoadedSpanEnd)) return false;
+  constexpr std::uint16_t kBlockers = (1u << kFlagStatic) | (1u << kFlagDeferredDeletion);
+  if ((fCurveFlags.bits() & kBlockers) != 0 || fRotationInterpolation == kQuaternion) return false;
+  // Strictly inside a loaded curve span no infinity, key hit or cache move
+  // applies: the full walk would end at this same segment and leave the cache
+  // where it is. The non-weighted evaluator is final, so the call inlines.
+  if (!isWeighted()) {
+    value = static_cast<const ThermiteSegmentEvaluator*>(fSegmentEvaluator)->evaluate(t);
+  } else {
+    value = fSegmentEvaluator->evaluate(t);
+  }
+  return true;
+}
+
+double TparamCurve::evaluateSample(float t) {
+  double loaded = 0.0;
+  if (evaluateLoadedSpan(t, loaded)) return loaded;
   if (std::isnan(t)) return kNaN;
   if (fRotationInterpolation == kQuaternion) {
     bool failed = true;
     const double v = evaluateQuaternionAsEulerComponent(t, &failed);
     if (!failed) return v;
   }
-  const unsigned n = keyframeCount();
+  const TkeyArray* array = keyArray();
+  const unsigned n = deferredDeletion() ? keyframeCount() : (array ? array->count() : 0);
   if (n > 0) {
-    if (fPreInfinity != kConstant && secondsBefore(t, keyframe(0))) {
-      return evaluateInfinities(t, true);
+    Tkeyframe* const* keys = array->keys();
+    if (fPreInfinity != kConstant && secondsBefore(t, keys[0])) {
+      return evaluateInfinities(t, true, n);
     }
-    if (fPostInfinity != kConstant && seconds(keyframe(n - 1)) < t) {
-      return evaluateInfinities(t, false);
+    if (fPostInfinity != kConstant && seconds(keys[n - 1]) < t) {
+      return evaluateInfinities(t, false, n);
     }
   }
   return evaluateInside(TsecondsProbe{*this, t}, n);
@@ -90,6 +111,8 @@ bool TparamCurve::evaluate(unsigned count, const double* times, double* values) 
 }
 
 double TparamCurve::evaluateMapped(float t) {
+  double loaded = 0.0;
+  if (evaluateLoadedSpan(t, loaded)) return loaded;
   if (std::isnan(t)) return kNaN;
   if (fRotationInterpolation == kQuaternion) {
     bool failed = true;
@@ -165,6 +188,16 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
     case Tkeyframe::kSpanCurve:
     default:
       if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
+      if (fCachedInterval == static_cast<std::int32_t>(end - 1)) {
+        fLoadedSpanStart = seconds(a);
+        fLoadedSpanEnd = seconds(b);
+        constexpr std::uint16_t kBlockers =
+            (1u << kFlagStatic) | (1u << kFlagDeferredDeletion) | (1u << kFlagWeighted);
+        const bool plain =
+            (fCurveFlags.bits() & kBlockers) == 0 && fRotationInterpolation != kQuaternion;
+        fLoadedHermite =
+            plain ? static_cast<const ThermiteSegmentEvaluator*>(fSegmentEvaluator) : nullptr;
+      }
       return fSegmentEvaluator->evaluate(t);
   }
 }
@@ -178,6 +211,10 @@ void TparamCurve::setInterpolationInterval(unsigned i) {
   Tkeyframe* a = keyframe(i);
   Tkeyframe* b = keyframe(i + 1);
   fCachedKey = a;
+  // The range is set again only by evaluation of a curve span; splitting
+  // loads segments of any span kind.
+  fLoadedSpanStart = fLoadedSpanEnd = 0.0f;
+  fLoadedHermite = nullptr;
   if (!a || !b || !fSegmentEvaluator) return;
 
   constexpr double kThird = 0.3333333333333333;

@@ -13,8 +13,10 @@
 // without end. Outside the keys the mapped time therefore takes the end key's
 // value.
 #include <cmath>
+#include <cstdint>
 
 #include "lumora/base/angle.h"
+#include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 
 namespace lumora {
@@ -27,17 +29,38 @@ struct Tmapped {
   double cycles;
 };
 
-Tmapped mapIntoRange(double t, float tStart, float tEnd, float range, bool afterEnd, int type,
-                     bool pre) {
+// std::modf without the library call: the whole part toward zero and the
+// exact remainder, with modf's answers for infinities and NaN.
+inline double splitWhole(double x, double& whole) {
+  constexpr double kAllWhole = 4503599627370496.0;  // 2^52: from here on every double is whole
+  if (std::fabs(x) < kAllWhole) {
+    whole = static_cast<double>(static_cast<std::int64_t>(x));
+    return x - whole;
+  }
+  whole = x;
+  if (std::isnan(x)) return x;
+  return std::copysign(0.0, x);
+}
+
+// Whether a whole number of periods (at least 1) is odd. Counts of 2^53 and
+// beyond are all even, as halving them leaves no fraction.
+inline bool isOdd(double cycles) {
+  constexpr double kAllEven = 9007199254740992.0;  // 2^53
+  if (!(cycles < kAllEven)) return false;
+  return (static_cast<std::int64_t>(cycles) & 1) != 0;
+}
+
+inline Tmapped mapIntoRange(double t, float tStart, float tEnd, float range, bool afterEnd,
+                            int type, bool pre) {
   const double x = afterEnd ? (t - tEnd) / range : (t - tStart) / range;
   double ip = 0.0;
-  const double f = std::fabs(std::modf(x, &ip));
+  const double f = std::fabs(splitWhole(x, ip));
   float local = static_cast<float>(range * f);
   const double cycles = std::fabs(ip) + 1.0;
   switch (type) {
     case TparamCurve::kOscillate: {
       // Every other period runs backwards; which ones depends on the side.
-      const bool oddCycle = std::fmod(cycles * 0.5, 1.0) != 0.0;
+      const bool oddCycle = isOdd(cycles);
       local = (oddCycle != pre) ? tEnd - local : local + tStart;
       break;
     }
@@ -69,10 +92,15 @@ double continueAlong(double endValue, double slope, float distance, bool pre) {
 }  // namespace
 
 double TparamCurve::evaluateInfinities(float t, bool pre) {
-  const unsigned n = keyframeCount();
+  return evaluateInfinities(t, pre, keyframeCount());
+}
+
+double TparamCurve::evaluateInfinities(float t, bool pre, unsigned n) {
   if (n == 0) return 0.0;
-  const Tkeyframe* first = keyframe(0);
-  const Tkeyframe* last = keyframe(n - 1);
+  // n > 0, so the array exists; this runs once per sample beyond the keys.
+  Tkeyframe* const* keys = keyArray()->keys();
+  const Tkeyframe* first = keys[0];
+  const Tkeyframe* last = keys[n - 1];
   const float tStart = seconds(first);
   const float tEnd = seconds(last);
   const float range = tEnd - tStart;
@@ -87,7 +115,10 @@ double TparamCurve::evaluateInfinities(float t, bool pre) {
     return continueAlong(pre ? first->value() : last->value(), slope, distance, pre);
   }
   const Tmapped m = mapIntoRange(t, tStart, tEnd, range, /*afterEnd=*/t > tEnd, type, pre);
-  const double v = evaluateMapped(m.local);
+  // Cycled samples mostly land in the span already loaded: answer those here.
+  const double v = fLoadedHermite && m.local > fLoadedSpanStart && m.local < fLoadedSpanEnd
+                       ? fLoadedHermite->evaluate(m.local)
+                       : evaluateMapped(m.local);
   if (type != kCycleRelative) return v;
   return shiftForCycles(v, last->value() - first->value(), m.cycles, pre);
 }

@@ -37,6 +37,7 @@
 #include "lumora/base/export.h"
 #include "lumora/base/ptr_array.h"
 #include "lumora/base/time_value.h"
+#include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/tangent_type.h"
 #include "lumora/notify/delta.h"
@@ -109,7 +110,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool isFloat() const { return fFloatKeys != nullptr; }
   bool isAnimTime() const { return fTickKeys != nullptr; }
   bool staticCurve() const { return fCurveFlags.testBit(kFlagStatic); }
-  void setStaticCurve(bool on) { fCurveFlags.setBit(kFlagStatic, on); }
+  void setStaticCurve(bool on) {
+    fCurveFlags.setBit(kFlagStatic, on);
+    if (on) fLoadedHermite = nullptr;
+  }
   bool inFileIO() const { return fCurveFlags.testBit(kFlagInFileIO); }
   void setInFileIO(bool on) { fCurveFlags.setBit(kFlagInFileIO, on); }
   bool notifyClientsDuringFileIO() const { return fCurveFlags.testBit(kFlagNotifyDuringFileIO); }
@@ -215,7 +219,14 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   // --- Evaluation -----------------------------------------------------------------------
 
   /// The curve's value at `seconds`; NaN for a NaN time (cache untouched).
-  double evaluate(float seconds);
+  /// Sampling in time order mostly stays inside the span already loaded into
+  /// the evaluator, and that case is answered here, inline.
+  double evaluate(float seconds) {
+    if (fLoadedHermite && seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) {
+      return fLoadedHermite->evaluate(seconds);
+    }
+    return evaluateSample(seconds);
+  }
   double evaluate(const TtimeValue& t);
   /// values[i] = evaluate(times[i]) for i < count. False for null arrays.
   bool evaluate(unsigned count, const double* times, double* values);
@@ -296,7 +307,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
 
  protected:
   bool deferredDeletion() const { return fCurveFlags.testBit(kFlagDeferredDeletion); }
-  void setDeferredDeletion(bool on) { fCurveFlags.setBit(kFlagDeferredDeletion, on); }
+  void setDeferredDeletion(bool on) {
+    fCurveFlags.setBit(kFlagDeferredDeletion, on);
+    if (on) fLoadedHermite = nullptr;
+  }
 
  private:
   friend class TparamCurveTestAccess;
@@ -344,6 +358,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
 
   // --- Evaluation (curve/evaluate.cpp, curve/infinity.cpp) ---
   /// Steps 4 to 7 of evaluation: static curve, cache walk, full search, span.
+  /// The loaded span's value at t when t lies strictly inside it and nothing
+  /// else (rotation, static or deferred-deletion state) can apply; false otherwise.
+  bool evaluateLoadedSpan(float t, double& value) const;
+  double evaluateSample(float t);
   template <typename Probe>
   double evaluateInside(const Probe& probe, unsigned n);
   /// Evaluation of a time that infinity evaluation mapped into the keyed
@@ -355,6 +373,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void setInterpolationInterval(unsigned i);
   void setSpanInterpMethod(unsigned i);
   double evaluateInfinities(float t, bool pre);
+  double evaluateInfinities(float t, bool pre, unsigned n);
   double evaluateInfinities(const TtimeValue& t, bool pre);
   /// Quaternion evaluation of rotation curves; reports through `failed`
   /// whether it handled the time.
@@ -408,6 +427,14 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   Tkeyframe* fCachedKey = nullptr;
   std::uint32_t fCachedIndex = 0;
   std::int32_t fCachedInterval = -1;
+  // Open time range (seconds) of the curve span loaded into the evaluator, or
+  // (0, 0) when none is: a sample strictly inside it needs no other work.
+  float fLoadedSpanStart = 0.0f;
+  float fLoadedSpanEnd = 0.0f;
+  // The evaluator when that span is non-weighted and nothing else (static,
+  // deferred deletion, quaternion rotation) could change the answer; null
+  // otherwise. Cleared with the cache.
+  const ThermiteSegmentEvaluator* fLoadedHermite = nullptr;
   TsegmentEvaluator* fSegmentEvaluator = nullptr;
   std::uint16_t fChangeDepth = 0;
   TparamCurve* fSiblingX = nullptr;

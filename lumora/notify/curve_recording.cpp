@@ -65,6 +65,8 @@ void TparamCurve::setRotationInterpolation(TrotationInterpolation mode) {
   }
   fRotationInterpolation = mode;
   dirtyQuaternionEulerCache(-1);
+  // Quaternion curves evaluate through their siblings: no loaded span stays trusted.
+  invalidateCache(-1);
 }
 
 }  // namespace lumora
