@@ -222,7 +222,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Sampling in time order mostly stays inside the span already loaded into
   /// the evaluator, and that case is answered here, inline.
   double evaluate(float seconds) {
-    if (fLoadedHermite && seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) {
+    if (fLoadedHermite && seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) [[likely]] {
       return fLoadedHermite->evaluate(seconds);
     }
     return evaluateSample(seconds);
