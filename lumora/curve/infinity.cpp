@@ -157,17 +157,8 @@ void TparamCurve::setPostInfinityType(TinfinityType type) {
 }
 
 void TparamCurve::setInfinityType(TinfinityType type, bool pre) {
-  TparamCurve* curves[3] = {this, nullptr, nullptr};
-  if (fRotationInterpolation == kQuaternion) {
-    TparamCurve* x = nullptr;
-    TparamCurve* y = nullptr;
-    TparamCurve* z = nullptr;
-    if (getSiblingRotationCurves(&x, &y, &z, false) && x && y && z) {
-      curves[0] = x;
-      curves[1] = y;
-      curves[2] = z;
-    }
-  }
+  TparamCurve* curves[3];
+  rotationCurveSet(curves);
   const bool accepted =
       type == kLinear || type == kCycle || type == kCycleRelative || type == kOscillate;
   const TinfinityType stored = accepted ? type : kConstant;

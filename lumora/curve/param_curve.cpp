@@ -139,6 +139,19 @@ bool TparamCurve::getSiblingRotationCurves(TparamCurve** x, TparamCurve** y, Tpa
   return false;
 }
 
+void TparamCurve::rotationCurveSet(TparamCurve* (&curves)[3]) {
+  curves[0] = this;
+  curves[1] = curves[2] = nullptr;
+  if (fRotationInterpolation != kQuaternion) return;
+  TparamCurve* x = nullptr;
+  TparamCurve* y = nullptr;
+  TparamCurve* z = nullptr;
+  if (!getSiblingRotationCurves(&x, &y, &z, false) || !x || !y || !z) return;
+  curves[0] = x;
+  curves[1] = y;
+  curves[2] = z;
+}
+
 void TparamCurve::setCachedSiblingCurves(TparamCurve* x, TparamCurve* y, TparamCurve* z) {
   fSiblingX = x;
   fSiblingY = y;

@@ -379,6 +379,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// whether it handled the time.
   double evaluateQuaternionAsEulerComponent(float t, bool* failed);
   void setInfinityType(TinfinityType type, bool pre);
+  /// The curves a rotation-wide setting applies to: the three siblings for a
+  /// quaternion rotation curve whose host provides them, else this curve alone
+  /// (the other two slots null).
+  void rotationCurveSet(TparamCurve* (&curves)[3]);
   void recordInfinityDelta(bool pre, TinfinityType oldType, TinfinityType newType);
   void recordWeightedDelta();
   void adaptFixedTangentsForWeighting(bool weighted);
@@ -399,6 +403,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
 
   // --- Adding and removing (edit/add_remove.cpp) ---
   bool insertKey(const Tkeyframe& key, bool keepShape);
+  bool setBlockTangentComponent(unsigned first, unsigned last, TdoubleArray& values, bool inSide,
+                                bool xComponent);
   Tkeyframe* newMatchingKeyframe(const TtimeValue& time);
   bool addRemovedKey(Tkeyframe* key);
   bool replaceKey(Tkeyframe* key, const Tkeyframe& newState);

@@ -568,29 +568,23 @@ bool TparamCurve::blockAdd(TanimTimeArray* times, TdoubleArray* values, Ttangent
 
 bool TparamCurve::setBlockTangentXValue(unsigned first, unsigned last, TdoubleArray& values,
                                         bool inSide) {
-  const unsigned n = keyframeCount();
-  if (n == 0 || first > n - 1) return false;
-  last = std::min(last, n - 1);
-  if (!isFiniteBlock(values, first, last) || !beginChange()) return false;
-  for (unsigned i = first; i <= last && i - first < values.count(); ++i) {
-    Tkeyframe* key = keyframe(i);
-    writeComponent(*key, inSide, /*xComponent=*/true, static_cast<float>(values[i - first]));
-    notifyClientsOfChange(key, Tmsg::kTangentChanged);
-  }
-  invalidateCache(-1);
-  endChange(true);
-  return true;
+  return setBlockTangentComponent(first, last, values, inSide, /*xComponent=*/true);
 }
 
 bool TparamCurve::setBlockTangentYValue(unsigned first, unsigned last, TdoubleArray& values,
                                         bool inSide) {
+  return setBlockTangentComponent(first, last, values, inSide, /*xComponent=*/false);
+}
+
+bool TparamCurve::setBlockTangentComponent(unsigned first, unsigned last, TdoubleArray& values,
+                                           bool inSide, bool xComponent) {
   const unsigned n = keyframeCount();
   if (n == 0 || first > n - 1) return false;
   last = std::min(last, n - 1);
   if (!isFiniteBlock(values, first, last) || !beginChange()) return false;
   for (unsigned i = first; i <= last && i - first < values.count(); ++i) {
     Tkeyframe* key = keyframe(i);
-    writeComponent(*key, inSide, /*xComponent=*/false, static_cast<float>(values[i - first]));
+    writeComponent(*key, inSide, xComponent, static_cast<float>(values[i - first]));
     notifyClientsOfChange(key, Tmsg::kTangentChanged);
   }
   invalidateCache(-1);

@@ -212,17 +212,8 @@ void TparamCurve::checkStaticTanCondition(unsigned index) {
 void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
                                        TpickKey::TpickBits side) {
   const bool inSide = side == Tkeyframe::kInSide;
-  TparamCurve* curves[3] = {this, nullptr, nullptr};
-  if (fRotationInterpolation == kQuaternion) {
-    TparamCurve* x = nullptr;
-    TparamCurve* y = nullptr;
-    TparamCurve* z = nullptr;
-    if (getSiblingRotationCurves(&x, &y, &z, false) && x && y && z) {
-      curves[0] = x;
-      curves[1] = y;
-      curves[2] = z;
-    }
-  }
+  TparamCurve* curves[3];
+  rotationCurveSet(curves);
   for (TparamCurve* c : curves) {
     if (!c) continue;
     Tkeyframe* key = c->keyframe(index);
