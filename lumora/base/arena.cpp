@@ -204,7 +204,9 @@ void* TcompactArena::allocateSlow() {
     unlinkAvailable(page);
   } else if (fSpare != nullptr) {
     page = fSpare;
-    fSpare = nullptr;
+    fSpare = page->fNext;
+    page->fNext = nullptr;
+    --fSpareCount;
   } else {
     page = newPage();
     if (page == nullptr) return nullptr;
@@ -326,7 +328,6 @@ TcompactArena::Tpage* TcompactArena::newPage() {
 void TcompactArena::releasePage(Tpage* page) {
   if (page->fListed != 0) unlinkAvailable(page);
   if (fCurrent == page) fCurrent = nullptr;
-  if (fSpare == page) fSpare = nullptr;
   if (fLastHit == page) fLastHit = nullptr;
   const auto base = reinterpret_cast<std::uintptr_t>(page);
   tableErase(base >> fPageShift, base);
@@ -337,12 +338,15 @@ void TcompactArena::releasePage(Tpage* page) {
 
 [[gnu::noinline]] void TcompactArena::pageEmptied(Tpage* page) {
   if (page->fListed != 0) unlinkAvailable(page);
-  if (fSpare != nullptr) {
+  if (fSpareCount >= fSpareLimit) {
     releasePage(page);
     return;
   }
   page->fNextSlot = 0;
+  page->fPrev = nullptr;
+  page->fNext = fSpare;
   fSpare = page;
+  ++fSpareCount;
 }
 
 [[gnu::noinline]] void TcompactArena::linkAvailable(Tpage* page) {
@@ -366,7 +370,13 @@ void TcompactArena::unlinkAvailable(Tpage* page) {
 }
 
 void TcompactArena::releaseEmptyPages() {
-  if (fSpare != nullptr) releasePage(fSpare);
+  while (fSpare != nullptr) {
+    Tpage* const page = fSpare;
+    fSpare = page->fNext;
+    page->fNext = nullptr;
+    --fSpareCount;
+    releasePage(page);
+  }
   if (fCurrent != nullptr && fCurrent->fUsed == 0) releasePage(fCurrent);
   // Emptied pages never stay listed, but a sweep costs little and keeps the
   // promise whatever the history.

@@ -116,6 +116,12 @@ class LUMORA_API TcompactArena {
   /// Gives every empty page back to the allocator, the spare and an empty
   /// current page included.
   void releaseEmptyPages();
+  /// How many empty pages the arena keeps for reuse instead of giving them
+  /// back to the allocator at once (1 by default). A pool that is emptied and
+  /// refilled in bulk keeps its pages warm with a larger limit;
+  /// releaseEmptyPages() still gives every empty page back.
+  void setSparePageLimit(std::size_t pages) { fSpareLimit = pages; }
+  std::size_t sparePageLimit() const { return fSpareLimit; }
 
   // --- Description -----------------------------------------------------------
 
@@ -181,7 +187,9 @@ class LUMORA_API TcompactArena {
   Tpage* fCurrent = nullptr;    // where allocation happens
   Tpage* fLastHit = nullptr;    // the page of the last block freed
   Tpage* fAvailable = nullptr;  // pages with free slots, besides the current one
-  Tpage* fSpare = nullptr;      // the one empty page kept back
+  Tpage* fSpare = nullptr;      // empty pages kept back, linked through fNext
+  std::size_t fSpareCount = 0;
+  std::size_t fSpareLimit = 1;
   std::size_t fPageCount = 0;
   std::size_t fPureCount = 0;  // live blocks in purify mode
 

@@ -165,6 +165,23 @@ TEST(TcompactArena, PagesComeAndGoThroughTheAllocator) {
   EXPECT_EQ(pages.fReleased, pages.fAllocated);  // the destructor gives the rest back
 }
 
+TEST(TcompactArena, SpareLimitKeepsEmptiedPagesForReuse) {
+  TcountingAllocator pages;
+  TcompactArena keys(48, 4096, pages, "Keys");
+  keys.setSparePageLimit(3);
+  const std::size_t perPage = keys.slotsPerPage();
+  std::vector<void*> blocks;
+  for (int round = 0; round < 2; ++round) {
+    blocks.clear();
+    for (std::size_t i = 0; i < 5 * perPage; ++i) blocks.push_back(keys.allocate(48, 8));
+    for (void* block : blocks) ASSERT_TRUE(keys.deallocate(block));
+  }
+  // Three spares and the current page stay; the second round reused them.
+  EXPECT_EQ(std::tuple(keys.pageCount(), pages.fAllocated, pages.fReleased), std::tuple(4u, 6, 2));
+  keys.releaseEmptyPages();
+  EXPECT_EQ(keys.pageCount(), 0u);
+}
+
 // Random allocations and frees against a model: live blocks never overlap,
 // keep their contents, and are exactly the ones the arena accepts back.
 TEST(TcompactArena, RandomTrafficMatchesModel) {

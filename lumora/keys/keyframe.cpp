@@ -110,8 +110,27 @@ TprefKeyframe* keyframePreference() {
   if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item) || !item) {
     return nullptr;
   }
-  if (!item->typeof() || !item->typeof()->istype(TprefKeyframeTmeta)) return nullptr;
+  const Tmetaclass* record = item->typeof();
+  // The exact class is the usual case; a subclass needs the walk up the records.
+  if (!record || (record != TprefKeyframeTmeta && !record->istype(TprefKeyframeTmeta))) {
+    return nullptr;
+  }
   return static_cast<TprefKeyframe*>(item);
+}
+
+// The flag bits of a side's type, as setTanInType would store them.
+std::uint32_t sideBits(TtangentType type) {
+  return 1u << typeBit(type);
+}
+
+// Replaces a 0 ("use the default") by the keyframe preference item's default
+// type, or by spline when there is no item or the item itself holds 0.
+void resolveGlobalTypes(TtangentType& in, TtangentType& out) {
+  const TprefKeyframe* pref = keyframePreference();
+  if (in == kTangentGlobal) in = pref ? pref->inTangentType() : kTangentSpline;
+  if (out == kTangentGlobal) out = pref ? pref->outTangentType() : kTangentSpline;
+  if (in == kTangentGlobal) in = kTangentSpline;
+  if (out == kTangentGlobal) out = kTangentSpline;
 }
 
 }  // namespace
@@ -124,11 +143,12 @@ void Tkeyframe::initialise(double value, float w, TtangentType in, TtangentType 
   fFlags.clear();
   fQuaternionEulerCache = nullptr;
   fQuaternionW = w;
-  updateGlobalTangentTypes(in, out);
-  setLocked(false);
-  setTangentsLocked(true);
-  setWeightsLocked(true);
-  setInterpMethod(kSpanCurve);
+  // Keys are made by the million when curves load, so the flag word is built
+  // in one go: the two types (0 resolved through the preference item), not
+  // locked, tangents and weights locked, a curve span.
+  if (in == kTangentGlobal || out == kTangentGlobal) resolveGlobalTypes(in, out);
+  fFlags.setBits(sideBits(in) | (sideBits(out) << kOutShift) | (1u << kBitTangentsLocked) |
+                 (1u << kBitWeightsLocked));
 }
 
 Tkeyframe::Tkeyframe() {
@@ -320,14 +340,11 @@ Tkeyframe& Tkeyframe::setTangentType(TpickKey::TpickBits which, TtangentType typ
 }
 
 void Tkeyframe::updateGlobalTangentTypes(TtangentType in, TtangentType out) {
-  if (in == kTangentGlobal || out == kTangentGlobal) {
-    const TprefKeyframe* pref = keyframePreference();
-    if (in == kTangentGlobal) in = pref ? pref->inTangentType() : kTangentSpline;
-    if (out == kTangentGlobal) out = pref ? pref->outTangentType() : kTangentSpline;
-  }
-  // A preference holding 0 must not send us round again.
-  setTanInType(in == kTangentGlobal ? kTangentSpline : in);
-  setTanOutType(out == kTangentGlobal ? kTangentSpline : out);
+  // A preference holding 0 must not send us round again: resolving never
+  // leaves a 0 behind.
+  if (in == kTangentGlobal || out == kTangentGlobal) resolveGlobalTypes(in, out);
+  setTanInType(in);
+  setTanOutType(out);
 }
 
 Tkeyframe::TspanInterpMethod Tkeyframe::interpMethod() const {
