@@ -10,6 +10,7 @@
 #include "lumora/base/metaclass.h"
 #include "lumora/base/preference.h"
 #include "lumora/keys/internal/key_pool.h"
+#include "lumora/prefs/internal/prefs_module.h"
 #include "lumora/prefs/pref_keyframe.h"
 
 namespace lumora {
@@ -107,15 +108,8 @@ float clampTangentComponent(float v) {
 
 TprefKeyframe* keyframePreference() {
   TpreferenceItem* item = nullptr;
-  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item) || !item) {
-    return nullptr;
-  }
-  const Tmetaclass* record = item->typeof();
-  // The exact class is the usual case; a subclass needs the walk up the records.
-  if (!record || (record != TprefKeyframeTmeta && !record->istype(TprefKeyframeTmeta))) {
-    return nullptr;
-  }
-  return static_cast<TprefKeyframe*>(item);
+  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item)) return nullptr;
+  return internal::asKeyframePreference(item);
 }
 
 // The flag bits of a side's type, as setTanInType would store them.

@@ -14,7 +14,14 @@ TprefKeyframe::TprefKeyframe() {
   setFlags(17);
 }
 
-TprefKeyframe::~TprefKeyframe() = default;
+namespace {
+// The item asKeyframePreference last found to be a keyframe preference item.
+const TpreferenceItem* gCheckedItem = nullptr;
+}  // namespace
+
+TprefKeyframe::~TprefKeyframe() {
+  if (gCheckedItem == this) gCheckedItem = nullptr;
+}
 
 void TprefKeyframe::writeAsCommand(Tstring& out) const {
   out.catenate("keyTangent ");
@@ -72,6 +79,15 @@ internal::TmoduleStorage<TinitBasket> gInitBasket;
 }  // namespace
 
 namespace internal {
+
+TprefKeyframe* asKeyframePreference(TpreferenceItem* item) {
+  if (!item) return nullptr;
+  if (item == gCheckedItem) return static_cast<TprefKeyframe*>(item);
+  const Tmetaclass* record = item->typeof();
+  if (!record || !TprefKeyframeTmeta || !record->istype(TprefKeyframeTmeta)) return nullptr;
+  gCheckedItem = item;
+  return static_cast<TprefKeyframe*>(item);
+}
 
 void startPrefsModule() {
   gRecord.emplace(&TprefKeyframeTmeta, "TprefKeyframe", sizeof(TprefKeyframe), nullptr,

@@ -1,6 +1,11 @@
 // Module start and stop of the preference subsystem.
 #pragma once
 
+namespace lumora {
+class TpreferenceItem;
+class TprefKeyframe;
+}  // namespace lumora
+
 namespace lumora::internal {
 
 /// Creates the TprefKeyframe record and registers the init basket that puts a
@@ -8,5 +13,10 @@ namespace lumora::internal {
 void startPrefsModule();
 /// Unregisters the init basket and destroys the record.
 void stopPrefsModule();
+
+/// `item` as a keyframe preference item, or null when it is not one. Keys ask
+/// this for every key made with a default tangent type, so the answer for the
+/// last item checked is remembered (and forgotten when that item dies).
+TprefKeyframe* asKeyframePreference(TpreferenceItem* item);
 
 }  // namespace lumora::internal
