@@ -13,6 +13,7 @@
 #include "lumora/base/debug_output.h"
 #include "lumora/base/dictionary.h"
 #include "lumora/base/export.h"
+#include "lumora/base/float_math.h"
 #include "lumora/base/metaclass.h"
 #include "lumora/base/preference.h"
 #include "lumora/base/ptr_array.h"

@@ -16,63 +16,16 @@
 #include <cstdint>
 
 #include "lumora/base/angle.h"
+#include "lumora/curve/internal/infinity_map.h"
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 
 namespace lumora {
 
+using internal::mapIntoRange;
+using internal::Tmapped;
+
 namespace {
-
-// The time mapped into the keyed range, and how many periods away it was.
-struct Tmapped {
-  float local;
-  double cycles;
-};
-
-// std::modf without the library call: the whole part toward zero and the
-// exact remainder, with modf's answers for infinities and NaN.
-inline double splitWhole(double x, double& whole) {
-  constexpr double kAllWhole = 4503599627370496.0;  // 2^52: from here on every double is whole
-  if (std::fabs(x) < kAllWhole) {
-    whole = static_cast<double>(static_cast<std::int64_t>(x));
-    return x - whole;
-  }
-  whole = x;
-  if (std::isnan(x)) return x;
-  return std::copysign(0.0, x);
-}
-
-// Whether a whole number of periods (at least 1) is odd. Counts of 2^53 and
-// beyond are all even, as halving them leaves no fraction.
-inline bool isOdd(double cycles) {
-  constexpr double kAllEven = 9007199254740992.0;  // 2^53
-  if (!(cycles < kAllEven)) return false;
-  return (static_cast<std::int64_t>(cycles) & 1) != 0;
-}
-
-inline Tmapped mapIntoRange(double t, float tStart, float tEnd, float range, bool afterEnd,
-                            int type, bool pre) {
-  const double x = afterEnd ? (t - tEnd) / range : (t - tStart) / range;
-  double ip = 0.0;
-  const double f = std::fabs(splitWhole(x, ip));
-  float local = static_cast<float>(range * f);
-  const double cycles = std::fabs(ip) + 1.0;
-  switch (type) {
-    case TparamCurve::kOscillate: {
-      // Every other period runs backwards; which ones depends on the side.
-      const bool oddCycle = isOdd(cycles);
-      local = (oddCycle != pre) ? tEnd - local : local + tStart;
-      break;
-    }
-    case TparamCurve::kCycle:
-    case TparamCurve::kCycleRelative:
-      local = pre ? tEnd - local : local + tStart;
-      break;
-    default:
-      break;  // a stored 2 evaluates at the raw offset within one period
-  }
-  return {local, cycles};
-}
 
 // v shifted by whole value differences for cycle relative. A zero difference
 // adds nothing, even after infinitely many periods.
@@ -115,6 +68,13 @@ double TparamCurve::evaluateInfinities(float t, bool pre, unsigned n) {
     return continueAlong(pre ? first->value() : last->value(), slope, distance, pre);
   }
   const Tmapped m = mapIntoRange(t, tStart, tEnd, range, /*afterEnd=*/t > tEnd, type, pre);
+  if (!pre && (type == kCycle || type == kCycleRelative) && fLoadedHermite) {
+    // Remember the mapping: the next sample beyond the keys skips the walk.
+    fCycleStart = tStart;
+    fCycleEnd = tEnd;
+    fCycleRange = range;
+    fCycleShift = type == kCycleRelative ? last->value() - first->value() : 0.0;
+  }
   // Cycled samples mostly land in the span already loaded: answer those here.
   const double v = fLoadedHermite && m.local > fLoadedSpanStart && m.local < fLoadedSpanEnd
                        ? fLoadedHermite->evaluate(m.local)

@@ -108,3 +108,31 @@ TEST(TparamCurveInfinity, StoredTwoEvaluatesAtTheRawOffset) {
 
 }  // namespace
 }  // namespace lumora
+
+namespace lumora {
+namespace {
+
+TEST(TparamCurveInfinity, CycledSamplesInOrderMatchFreshEvaluation) {
+  // In-order sampling beyond the keys takes a shortcut through the loaded
+  // span; it must give exactly what a curve with an empty cache gives.
+  for (auto type : {TparamCurve::kCycle, TparamCurve::kCycleRelative}) {
+    for (bool floats : {true, false}) {
+      TparamCurve c(floats);
+      c.setIsWeighted(false);
+      twoKeys(c);
+      auto* mid = new Tkeyframe(c.makeTimeValue(0.4f), 7.0, kTangentFixed, kTangentFixed);
+      mid->setTanIn(1, -3);
+      mid->setTanOut(1, -3);
+      TparamCurveTestAccess::arrayInsert(c, mid);
+      c.setPostInfinityType(type);
+      for (int i = 0; i < 400; ++i) {
+        const float t = 1.0f + 0.00731f * static_cast<float>(i);
+        TparamCurve fresh(c);
+        ASSERT_EQ(c.evaluate(t), fresh.evaluate(t)) << "type " << type << " at " << t;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace lumora

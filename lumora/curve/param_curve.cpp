@@ -457,7 +457,7 @@ void TparamCurve::noUpdate(TtimeUnitSystem from, TtimeUnitSystem to) {
 void TparamCurve::invalidateCache(int index) {
   fCachedInterval = -1;
   fLoadedSpanStart = fLoadedSpanEnd = 0.0f;
-  fLoadedHermite = nullptr;
+  forgetSampleShortcuts();
   fCachedKey = nullptr;
   fCachedIndex = 0;
   if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(index);

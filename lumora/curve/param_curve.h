@@ -31,10 +31,12 @@
 // (tangents, adding and removing keys), notify/ (change scopes and messages).
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #include "lumora/base/client_server.h"
 #include "lumora/base/export.h"
+#include "lumora/base/float_math.h"
 #include "lumora/base/ptr_array.h"
 #include "lumora/base/time_value.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
@@ -112,7 +114,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool staticCurve() const { return fCurveFlags.testBit(kFlagStatic); }
   void setStaticCurve(bool on) {
     fCurveFlags.setBit(kFlagStatic, on);
-    if (on) fLoadedHermite = nullptr;
+    if (on) forgetSampleShortcuts();
   }
   bool inFileIO() const { return fCurveFlags.testBit(kFlagInFileIO); }
   void setInFileIO(bool on) { fCurveFlags.setBit(kFlagInFileIO, on); }
@@ -222,8 +224,22 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Sampling in time order mostly stays inside the span already loaded into
   /// the evaluator, and that case is answered here, inline.
   double evaluate(float seconds) {
-    if (fLoadedHermite && seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) [[likely]] {
-      return fLoadedHermite->evaluate(seconds);
+    if (fLoadedHermite) [[likely]] {
+      if (seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) {
+        return fLoadedHermite->evaluate(seconds);
+      }
+      // Beyond the keys of a looping curve: the post infinity's mapping into
+      // the keyed range, landing in the loaded span, rounded as it rounds.
+      if (fCycleRange != 0.0f && seconds > fCycleEnd) {
+        double whole = 0.0;
+        const double f =
+            std::fabs(splitWhole((static_cast<double>(seconds) - fCycleEnd) / fCycleRange, whole));
+        const float local = static_cast<float>(fCycleRange * f) + fCycleStart;
+        if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
+          const double v = fLoadedHermite->evaluate(local);
+          return fCycleShift == 0.0 ? v : v + fCycleShift * (std::fabs(whole) + 1.0);
+        }
+      }
     }
     return evaluateSample(seconds);
   }
@@ -309,7 +325,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool deferredDeletion() const { return fCurveFlags.testBit(kFlagDeferredDeletion); }
   void setDeferredDeletion(bool on) {
     fCurveFlags.setBit(kFlagDeferredDeletion, on);
-    if (on) fLoadedHermite = nullptr;
+    if (on) forgetSampleShortcuts();
   }
 
  private:
@@ -361,6 +377,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// The loaded span's value at t when t lies strictly inside it and nothing
   /// else (rotation, static or deferred-deletion state) can apply; false otherwise.
   bool evaluateLoadedSpan(float t, double& value) const;
+  void forgetSampleShortcuts() {
+    fLoadedHermite = nullptr;
+    fCycleRange = 0.0f;
+  }
   double evaluateSample(float t);
   template <typename Probe>
   double evaluateInside(const Probe& probe, unsigned n);
@@ -441,6 +461,13 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   // deferred deletion, quaternion rotation) could change the answer; null
   // otherwise. Cleared with the cache.
   const ThermiteSegmentEvaluator* fLoadedHermite = nullptr;
+  // The keyed range as the cycling post infinity maps times into it, kept
+  // once a sample went that way, so that the next one skips the general walk.
+  // Valid only while fCycleRange is not 0; cleared with the cache.
+  float fCycleStart = 0.0f;
+  float fCycleEnd = 0.0f;
+  float fCycleRange = 0.0f;
+  double fCycleShift = 0.0;  // value added per period (cycle relative), else 0
   TsegmentEvaluator* fSegmentEvaluator = nullptr;
   std::uint16_t fChangeDepth = 0;
   TparamCurve* fSiblingX = nullptr;
