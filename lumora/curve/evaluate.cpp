@@ -62,15 +62,21 @@ bool TparamCurve::evaluateLoadedSpan(float t, double& value) const {
   return true;
 }
 
-double TparamCurve::evaluateSample(float t) {
-  double loaded = 0.0;
-  if (evaluateLoadedSpan(t, loaded)) return loaded;
-  if (std::isnan(t)) return kNaN;
-  if (fRotationInterpolation == kQuaternion) {
-    bool failed = true;
-    const double v = evaluateQuaternionAsEulerComponent(t, &failed);
-    if (!failed) return v;
+bool TparamCurve::evaluateBeforeKeys(float t, double& value) {
+  if (evaluateLoadedSpan(t, value)) return true;
+  if (std::isnan(t)) {
+    value = kNaN;
+    return true;
   }
+  if (fRotationInterpolation != kQuaternion) return false;
+  bool failed = true;
+  value = evaluateQuaternionAsEulerComponent(t, &failed);
+  return !failed;
+}
+
+double TparamCurve::evaluateSample(float t) {
+  double early = 0.0;
+  if (evaluateBeforeKeys(t, early)) return early;
   const TkeyArray* array = keyArray();
   const unsigned n = deferredDeletion() ? keyframeCount() : (array ? array->count() : 0);
   if (n > 0) {
@@ -111,14 +117,8 @@ bool TparamCurve::evaluate(unsigned count, const double* times, double* values) 
 }
 
 double TparamCurve::evaluateMapped(float t) {
-  double loaded = 0.0;
-  if (evaluateLoadedSpan(t, loaded)) return loaded;
-  if (std::isnan(t)) return kNaN;
-  if (fRotationInterpolation == kQuaternion) {
-    bool failed = true;
-    const double v = evaluateQuaternionAsEulerComponent(t, &failed);
-    if (!failed) return v;
-  }
+  double early = 0.0;
+  if (evaluateBeforeKeys(t, early)) return early;
   return evaluateInside(TsecondsProbe{*this, t}, keyframeCount());
 }
 

@@ -240,18 +240,20 @@ TtimeValue TparamCurve::maxTimeValue() const {
 
 namespace {
 
-// Binary search of a tick array for exact ticks. Found: true and the index.
-// Not found: false and the insertion position.
-bool searchTicks(const TkeyArray& array, std::int32_t probe, unsigned& index) {
+// Binary search of the keys: `order` tells whether the probe comes before (<0),
+// after (>0) or at (0) a key. Found: true and the key's index; not found:
+// false and the insertion position.
+template <typename Order>
+bool searchKeys(const TkeyArray& array, Order order, unsigned& index) {
   Tkeyframe* const* keys = array.keys();
   std::int64_t low = 0;
   std::int64_t high = static_cast<std::int64_t>(array.count()) - 1;
   while (low <= high) {
     const std::int64_t mid = (low + high) >> 1;
-    const std::int32_t ticks = keys[mid]->timeAsTicks();
-    if (probe < ticks) {
+    const int where = order(*keys[mid]);
+    if (where < 0) {
       high = mid - 1;
-    } else if (probe > ticks) {
+    } else if (where > 0) {
       low = mid + 1;
     } else {
       index = static_cast<unsigned>(mid);
@@ -262,28 +264,30 @@ bool searchTicks(const TkeyArray& array, std::int32_t probe, unsigned& index) {
   return false;
 }
 
-// The same for a float array, with the keys' 1e-5 s tolerance. A NaN probe
-// is never found and would be inserted first.
+// Exact ticks on a tick array.
+bool searchTicks(const TkeyArray& array, std::int32_t probe, unsigned& index) {
+  return searchKeys(
+      array,
+      [probe](const Tkeyframe& key) {
+        const std::int32_t ticks = key.timeAsTicks();
+        return probe < ticks ? -1 : (probe > ticks ? 1 : 0);
+      },
+      index);
+}
+
+// Seconds on a float array, with the keys' 1e-5 s tolerance. A NaN probe is
+// never found and would be inserted first.
 bool searchSeconds(const TkeyArray& array, float probe, unsigned& index) {
   index = 0;
   if (std::isnan(probe)) return false;
-  Tkeyframe* const* keys = array.keys();
-  std::int64_t low = 0;
-  std::int64_t high = static_cast<std::int64_t>(array.count()) - 1;
-  while (low <= high) {
-    const std::int64_t mid = (low + high) >> 1;
-    const float time = keys[mid]->timeAsFloat();
-    if (probe < time - Tkeyframe::kTimeTolerance) {
-      high = mid - 1;
-    } else if (probe > time + Tkeyframe::kTimeTolerance) {
-      low = mid + 1;
-    } else {
-      index = static_cast<unsigned>(mid);
-      return true;
-    }
-  }
-  index = static_cast<unsigned>(low);
-  return false;
+  return searchKeys(
+      array,
+      [probe](const Tkeyframe& key) {
+        const float time = key.timeAsFloat();
+        if (probe < time - Tkeyframe::kTimeTolerance) return -1;
+        return probe > time + Tkeyframe::kTimeTolerance ? 1 : 0;
+      },
+      index);
 }
 
 // The ticks that makeTimeValue() gives a tick curve for `seconds`.

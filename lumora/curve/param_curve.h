@@ -382,6 +382,9 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
     fCycleRange = 0.0f;
   }
   double evaluateSample(float t);
+  /// The answers that need no key lookup: a sample in the loaded span, a NaN
+  /// time, a quaternion rotation curve. False when the keys must be consulted.
+  bool evaluateBeforeKeys(float t, double& value);
   template <typename Probe>
   double evaluateInside(const Probe& probe, unsigned n);
   /// Evaluation of a time that infinity evaluation mapped into the keyed
