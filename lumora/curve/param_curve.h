@@ -31,12 +31,10 @@
 // (tangents, adding and removing keys), notify/ (change scopes and messages).
 #pragma once
 
-#include <cmath>
 #include <cstdint>
 
 #include "lumora/base/client_server.h"
 #include "lumora/base/export.h"
-#include "lumora/base/float_math.h"
 #include "lumora/base/ptr_array.h"
 #include "lumora/base/time_value.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
@@ -231,13 +229,16 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
       // Beyond the keys of a looping curve: the post infinity's mapping into
       // the keyed range, landing in the loaded span, rounded as it rounds.
       if (fCycleRange != 0.0f && seconds > fCycleEnd) {
-        double whole = 0.0;
-        const double f =
-            std::fabs(splitWhole((static_cast<double>(seconds) - fCycleEnd) / fCycleRange, whole));
-        const float local = static_cast<float>(fCycleRange * f) + fCycleStart;
-        if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
-          const double v = fLoadedHermite->evaluate(local);
-          return fCycleShift == 0.0 ? v : v + fCycleShift * (std::fabs(whole) + 1.0);
+        // x is positive here; below 2^52 its whole part is the truncation
+        // (beyond, the general path handles it).
+        const double x = (static_cast<double>(seconds) - fCycleEnd) / fCycleRange;
+        if (x < 4503599627370496.0) {
+          const double whole = static_cast<double>(static_cast<std::int64_t>(x));
+          const float local = static_cast<float>(fCycleRange * (x - whole)) + fCycleStart;
+          if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
+            const double v = fLoadedHermite->evaluate(local);
+            return fCycleShift == 0.0 ? v : v + fCycleShift * (whole + 1.0);
+          }
         }
       }
     }
