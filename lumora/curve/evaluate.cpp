@@ -74,6 +74,17 @@ bool TparamCurve::evaluateBeforeKeys(float t, double& value) {
   return !failed;
 }
 
+bool TparamCurve::evaluateBeforeKeys(const TtimeValue& t, double& value) {
+  if (isNanTime(t)) {
+    value = kNaN;
+    return true;
+  }
+  if (fRotationInterpolation != kQuaternion) return false;
+  bool failed = true;
+  value = evaluateQuaternionAsEulerComponent(t.inSeconds(), &failed);
+  return !failed;
+}
+
 double TparamCurve::evaluateSample(float t) {
   double early = 0.0;
   if (evaluateBeforeKeys(t, early)) return early;
@@ -92,12 +103,8 @@ double TparamCurve::evaluateSample(float t) {
 }
 
 double TparamCurve::evaluate(const TtimeValue& t) {
-  if (isNanTime(t)) return kNaN;
-  if (fRotationInterpolation == kQuaternion) {
-    bool failed = true;
-    const double v = evaluateQuaternionAsEulerComponent(t.inSeconds(), &failed);
-    if (!failed) return v;
-  }
+  double early = 0.0;
+  if (evaluateBeforeKeys(t, early)) return early;
   const unsigned n = keyframeCount();
   if (n > 0) {
     if (fPreInfinity != kConstant && t < timeValue(keyframe(0))) {
@@ -123,12 +130,8 @@ double TparamCurve::evaluateMapped(float t) {
 }
 
 double TparamCurve::evaluateMapped(const TtimeValue& t) {
-  if (isNanTime(t)) return kNaN;
-  if (fRotationInterpolation == kQuaternion) {
-    bool failed = true;
-    const double v = evaluateQuaternionAsEulerComponent(t.inSeconds(), &failed);
-    if (!failed) return v;
-  }
+  double early = 0.0;
+  if (evaluateBeforeKeys(t, early)) return early;
   return evaluateInside(TtimeProbe{*this, t}, keyframeCount());
 }
 

@@ -386,6 +386,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// The answers that need no key lookup: a sample in the loaded span, a NaN
   /// time, a quaternion rotation curve. False when the keys must be consulted.
   bool evaluateBeforeKeys(float t, double& value);
+  bool evaluateBeforeKeys(const TtimeValue& t, double& value);
   template <typename Probe>
   double evaluateInside(const Probe& probe, unsigned n);
   /// Evaluation of a time that infinity evaluation mapped into the keyed
