@@ -13,31 +13,19 @@
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/notify/internal/notify_module.h"
 #include "lumora/notify/msg_depot.h"
+#include "lumora/prefs/internal/prefs_module.h"
 #include "lumora/prefs/pref_keyframe.h"
 
 namespace lumora {
 
 TtimeValue TparamCurve::fsTimeValue;
 
-namespace {
-
-const TprefKeyframe* keyframePreference() {
-  TpreferenceItem* item = nullptr;
-  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item) || !item) {
-    return nullptr;
-  }
-  if (!item->typeof() || !item->typeof()->istype(TprefKeyframeTmeta)) return nullptr;
-  return static_cast<const TprefKeyframe*>(item);
-}
-
-}  // namespace
-
 // --- Construction ------------------------------------------------------------------
 
 TparamCurve::TparamCurve(bool isFloat) {
   fCurveFlags.setBit(kFlagWeighted, true);
   fCurveFlags.setBit(kFlagQuaternionCache, false);
-  if (const TprefKeyframe* pref = keyframePreference()) {
+  if (const TprefKeyframe* pref = internal::keyframePreference()) {
     fCurveFlags.setBit(kFlagWeighted, pref->weightedTangents());
   }
   if (isFloat) {

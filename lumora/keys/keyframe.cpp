@@ -106,12 +106,6 @@ float clampTangentComponent(float v) {
   return v;
 }
 
-TprefKeyframe* keyframePreference() {
-  TpreferenceItem* item = nullptr;
-  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item)) return nullptr;
-  return internal::asKeyframePreference(item);
-}
-
 // The flag bits of a side's type, as setTanInType would store them.
 std::uint32_t sideBits(TtangentType type) {
   return 1u << typeBit(type);
@@ -120,7 +114,7 @@ std::uint32_t sideBits(TtangentType type) {
 // Replaces a 0 ("use the default") by the keyframe preference item's default
 // type, or by spline when there is no item or the item itself holds 0.
 void resolveGlobalTypes(TtangentType& in, TtangentType& out) {
-  const TprefKeyframe* pref = keyframePreference();
+  const TprefKeyframe* pref = internal::keyframePreference();
   if (in == kTangentGlobal) in = pref ? pref->inTangentType() : kTangentSpline;
   if (out == kTangentGlobal) out = pref ? pref->outTangentType() : kTangentSpline;
   if (in == kTangentGlobal) in = kTangentSpline;

@@ -80,6 +80,12 @@ internal::TmoduleStorage<TinitBasket> gInitBasket;
 
 namespace internal {
 
+TprefKeyframe* keyframePreference() {
+  TpreferenceItem* item = nullptr;
+  if (!TglobalPrefMgr::global().getPrefItem(TprefKeyframe::kItemNumber, item)) return nullptr;
+  return asKeyframePreference(item);
+}
+
 TprefKeyframe* asKeyframePreference(TpreferenceItem* item) {
   if (!item) return nullptr;
   if (item == gCheckedItem) return static_cast<TprefKeyframe*>(item);

@@ -19,4 +19,8 @@ void stopPrefsModule();
 /// last item checked is remembered (and forgotten when that item dies).
 TprefKeyframe* asKeyframePreference(TpreferenceItem* item);
 
+/// The keyframe preference item (number 201) of the global manager, or null
+/// when there is none or it is not of that class.
+TprefKeyframe* keyframePreference();
+
 }  // namespace lumora::internal
