@@ -192,6 +192,7 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
     default:
       if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
       if (fCachedInterval == static_cast<std::int32_t>(end - 1)) {
+        forgetCycledSpan();
         fLoadedSpanStart = seconds(a);
         fLoadedSpanEnd = seconds(b);
         constexpr std::uint16_t kBlockers =
@@ -218,6 +219,7 @@ void TparamCurve::setInterpolationInterval(unsigned i) {
   // loads segments of any span kind.
   fLoadedSpanStart = fLoadedSpanEnd = 0.0f;
   fLoadedHermite = nullptr;
+  forgetCycledSpan();
   if (!a || !b || !fSegmentEvaluator) return;
 
   constexpr double kThird = 0.3333333333333333;

@@ -42,10 +42,12 @@ class LUMORA_API ThermiteSegmentEvaluator final : public TsegmentEvaluator {
                   double y3, bool keepFirst) override;
   /// ((a s + b) s + c) s + d with s = t - x0; outside [x0, x3] the cubic
   /// continues.
-  double evaluate(double t) const override {
-    const double s = t - fX0;
-    return ((fA * s + fB) * s + fC) * s + fD;
-  }
+  double evaluate(double t) const override { return evaluateAfterStart(t - fX0); }
+  /// The value `s` seconds after the segment's start: evaluate(start() + s)
+  /// without the subtraction.
+  double evaluateAfterStart(double s) const { return ((fA * s + fB) * s + fC) * s + fD; }
+  /// The segment's start time x0, in seconds.
+  double start() const { return fX0; }
 
   // --- Writing tangents -------------------------------------------------------------
 

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <vector>
 
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/param_curve_test_support.h"
@@ -112,23 +115,81 @@ TEST(TparamCurveInfinity, StoredTwoEvaluatesAtTheRawOffset) {
 namespace lumora {
 namespace {
 
-TEST(TparamCurveInfinity, CycledSamplesInOrderMatchFreshEvaluation) {
-  // In-order sampling beyond the keys takes a shortcut through the loaded
-  // span; it must give exactly what a curve with an empty cache gives.
-  for (auto type : {TparamCurve::kCycle, TparamCurve::kCycleRelative}) {
-    for (bool floats : {true, false}) {
-      TparamCurve c(floats);
-      c.setIsWeighted(false);
-      twoKeys(c);
-      auto* mid = new Tkeyframe(c.makeTimeValue(0.4f), 7.0, kTangentFixed, kTangentFixed);
-      mid->setTanIn(1, -3);
-      mid->setTanOut(1, -3);
-      TparamCurveTestAccess::arrayInsert(c, mid);
-      c.setPostInfinityType(type);
-      for (int i = 0; i < 400; ++i) {
-        const float t = 1.0f + 0.00731f * static_cast<float>(i);
-        TparamCurve fresh(c);
-        ASSERT_EQ(c.evaluate(t), fresh.evaluate(t)) << "type " << type << " at " << t;
+// Keys at start + i * step seconds (rounded to float), with fixed tangents of
+// varying slope so that every span is a genuine cubic.
+void keysAlong(TparamCurve& c, double start, double step, unsigned count) {
+  for (unsigned i = 0; i < count; ++i) {
+    const auto t = static_cast<float>(start + step * i);
+    const double value = (i % 3 == 0 ? 1.5 : -0.5) * (i + 1);
+    Tkeyframe key(c.makeTimeValue(t), value, kTangentFixed, kTangentFixed);
+    const float slope = 0.25f * static_cast<float>(static_cast<int>(i % 5) - 2);
+    key.setTanIn(1.0f, slope);
+    key.setTanOut(1.0f, -slope);
+    c.add(key);
+  }
+}
+
+std::uint64_t bitsOf(double v) {
+  return std::bit_cast<std::uint64_t>(v);
+}
+
+struct CycleLayout {
+  const char* name;
+  double start;  // first key, seconds
+  double step;   // between keys
+  unsigned keys;
+  double firstPeriod;  // sampling starts this many periods after the last key
+  double sampleStep;   // seconds between samples
+  bool mapsExactly;    // whether the mapping rounds nowhere in some span
+};
+
+TEST(TparamCurveInfinity, CycledSamplesMatchTheGeneralMappingBitForBit) {
+  // Samples beyond the keys of a looping curve take shortcuts once a period
+  // has been mapped. Whatever the layout of the keys, they must give exactly
+  // what mapping each time afresh gives.
+  const CycleLayout layouts[] = {
+      {"whole seconds", 0.0, 1.0, 5, 0.0, 0.0101, true},
+      {"frames at 24 per second", 0.0, 1.0 / 24, 25, 3.0, 1.0 / 24 / 7, true},
+      {"first key off the float grid", 1.0 / 24, 0.5, 6, 0.0, 0.0131, false},
+      {"negative keyed range", -7.25, 1.5, 5, 2.0, 0.0173, true},
+      {"keys around zero", -3.0, 0.75, 5, 0.0, 0.0111, true},
+      {"many periods on", 1000.0, 0.1, 8, 40000.0, 0.0037, false},
+  };
+  for (const auto& layout : layouts) {
+    for (auto type : {TparamCurve::kCycle, TparamCurve::kCycleRelative}) {
+      for (bool floats : {true, false}) {
+        TparamCurve c(floats);
+        c.setIsWeighted(false);
+        keysAlong(c, layout.start, layout.step, layout.keys);
+        c.setPostInfinityType(type);
+        TparamCurve general(c);
+        const float first = c.seconds(0u);
+        const float last = c.seconds(c.keyframeCount() - 1);
+        const double range = static_cast<double>(last) - first;
+
+        std::vector<float> times;
+        const double from = last + layout.firstPeriod * range;
+        for (int i = 0; i < 700; ++i)
+          times.push_back(static_cast<float>(from + layout.sampleStep * i));
+        // Period boundaries and a few floats either side, where the mapping's
+        // whole part and its rounding are most fragile.
+        for (int p = 1; p <= 3; ++p) {
+          float edge = static_cast<float>(from + p * range);
+          for (int k = 0; k < 4; ++k) edge = std::nextafter(edge, -INFINITY);
+          for (int k = 0; k < 9; ++k, edge = std::nextafter(edge, INFINITY)) times.push_back(edge);
+        }
+
+        bool usedImage = false;
+        for (float t : times) {
+          const double shortcut = c.evaluate(t);
+          usedImage = usedImage || TparamCurveTestAccess::cycledSpanRemembered(c);
+          TparamCurveTestAccess::forgetSampleShortcuts(general);
+          ASSERT_EQ(bitsOf(shortcut), bitsOf(general.evaluate(t)))
+              << layout.name << ", type " << type << (floats ? "" : ", ticks") << ", at " << t;
+        }
+        if (floats && layout.mapsExactly) {
+          EXPECT_TRUE(usedImage) << layout.name;
+        }
       }
     }
   }

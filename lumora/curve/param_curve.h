@@ -32,6 +32,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include "lumora/base/client_server.h"
 #include "lumora/base/export.h"
@@ -226,19 +227,40 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
       if (seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) {
         return fLoadedHermite->evaluate(seconds);
       }
-      // Beyond the keys of a looping curve: the post infinity's mapping into
-      // the keyed range, landing in the loaded span, rounded as it rounds.
+      // Beyond the keys of a looping curve, the loaded span repeats once per
+      // period. Where mapping a time into it provably rounds nowhere, its
+      // image in the period mapped last is sampled like the span itself.
+      const double t = seconds;
+      if (t > fCycledSpanLo && t < fCycledSpanHi) {
+        const double v = fLoadedHermite->evaluateAfterStart(t - fCycledSpanOrigin);
+        return fCycleShift == 0.0 ? v : v + fCycleShift * fPeriods;
+      }
+      // Elsewhere: the post infinity's mapping into the keyed range, landing in
+      // the loaded span, rounded as it rounds.
       if (fCycleRange != 0.0f && seconds > fCycleEnd) {
-        // x is positive here; below 2^52 its whole part is the truncation
-        // (beyond, the general path handles it).
-        const double x = (static_cast<double>(seconds) - fCycleEnd) / fCycleRange;
-        if (x < 4503599627370496.0) {
+        float local;
+        double periods;
+        // Inside the period mapped last, one subtraction gives the offset
+        // into it. When that offset is exactly a float and clear of both ends
+        // of the period, the general mapping's division would round to this
+        // same float (see rememberCyclePeriod), so it can be skipped.
+        const double offset = t - fPeriodStart;
+        const float q = static_cast<float>(offset);
+        if (q > fPeriodOffsetMin && q < fPeriodOffsetMax && static_cast<double>(q) == offset) {
+          local = q + fCycleStart;
+          periods = fPeriods;
+        } else {
+          // x is positive here; below 2^52 its whole part is the truncation
+          // (beyond, the general path handles it).
+          const double x = (t - fCycleEnd) / fCycleRange;
+          if (!(x < 4503599627370496.0)) return evaluateSample(seconds);
           const double whole = static_cast<double>(static_cast<std::int64_t>(x));
-          const float local = static_cast<float>(fCycleRange * (x - whole)) + fCycleStart;
-          if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
-            const double v = fLoadedHermite->evaluate(local);
-            return fCycleShift == 0.0 ? v : v + fCycleShift * (whole + 1.0);
-          }
+          local = static_cast<float>(fCycleRange * (x - whole)) + fCycleStart;
+          periods = whole + 1.0;
+        }
+        if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
+          const double v = fLoadedHermite->evaluate(local);
+          return fCycleShift == 0.0 ? v : v + fCycleShift * periods;
         }
       }
     }
@@ -381,7 +403,16 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void forgetSampleShortcuts() {
     fLoadedHermite = nullptr;
     fCycleRange = 0.0f;
+    fPeriodOffsetMin = std::numeric_limits<float>::infinity();
+    forgetCycledSpan();
   }
+  void forgetCycledSpan() { fCycledSpanLo = fCycledSpanHi = 0.0; }
+  /// Lets later samples within `periods` periods after the last key skip the
+  /// division of the cycle mapping, where that is provably exact.
+  void rememberCyclePeriod(float tEnd, float range, double periods);
+  /// Lets later samples in the loaded span's image in that period evaluate
+  /// the span directly, where no rounding of the mapping can intervene.
+  void rememberCycledSpan();
   double evaluateSample(float t);
   /// The answers that need no key lookup: a sample in the loaded span, a NaN
   /// time, a quaternion rotation curve. False when the keys must be consulted.
@@ -473,6 +504,20 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   float fCycleEnd = 0.0f;
   float fCycleRange = 0.0f;
   double fCycleShift = 0.0;  // value added per period (cycle relative), else 0
+  // The period of the cycle mapped last: times in (fPeriodStart, fPeriodStart
+  // + range) lie fPeriods periods after the last key. A float offset into it
+  // outside (fPeriodOffsetMin, fPeriodOffsetMax) takes the division instead;
+  // an empty range disables this.
+  double fPeriodStart = 0.0;
+  double fPeriods = 0.0;
+  float fPeriodOffsetMin = std::numeric_limits<float>::infinity();
+  float fPeriodOffsetMax = 0.0f;
+  // The loaded span's image in that period: times strictly inside (Lo, Hi)
+  // are the span's at t - Origin seconds after its start. Empty (0, 0) when
+  // unset; cleared whenever another span is loaded.
+  double fCycledSpanLo = 0.0;
+  double fCycledSpanHi = 0.0;
+  double fCycledSpanOrigin = 0.0;
   TsegmentEvaluator* fSegmentEvaluator = nullptr;
   std::uint16_t fChangeDepth = 0;
   TparamCurve* fSiblingX = nullptr;

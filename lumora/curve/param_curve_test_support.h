@@ -49,6 +49,8 @@ class TparamCurveTestAccess {
   static bool modifyTangents(TparamCurve& c, unsigned i) { return c.modifyTangents(i); }
   static void checkStaticTanCondition(TparamCurve& c, unsigned i) { c.checkStaticTanCondition(i); }
   static void scaleTangentX(TparamCurve& c, Tkeyframe* key, float f) { c.scaleTangentX(key, f); }
+  static void forgetSampleShortcuts(TparamCurve& c) { c.forgetSampleShortcuts(); }
+  static bool cycledSpanRemembered(const TparamCurve& c) { return c.fCycledSpanHi != 0.0; }
   static void setInfinityRaw(TparamCurve& c, int type, bool pre) {
     (pre ? c.fPreInfinity : c.fPostInfinity) = static_cast<TparamCurve::TinfinityType>(type);
   }
