@@ -20,4 +20,31 @@ inline double splitWhole(double x, double& whole) {
   return std::copysign(0.0, x);
 }
 
+/// `x`, unchanged but opaque to the optimiser, so that a product passed through
+/// here is rounded on its own and never fused with the following addition into
+/// one multiply-add. Inline arithmetic in the public headers is compiled with
+/// the host's flags (perhaps with multiply-add instructions enabled) as well as
+/// with the library's; keeping its products unfused gives both the same bits,
+/// so a value does not depend on which side computed it.
+inline double unfused(double x) {
+#if defined(__GNUC__) && defined(__SSE2_MATH__)
+  asm("" : "+x"(x));
+#elif defined(__GNUC__) && defined(__aarch64__)
+  asm("" : "+w"(x));
+#elif defined(__GNUC__)
+  asm("" : "+g"(x));
+#else
+  volatile double opaque = x;
+  x = opaque;
+#endif
+  return x;
+}
+
+/// ((c3 s + c2) s + c1) s + c0, each product rounded before its addition.
+inline double cubicAt(double c3, double c2, double c1, double c0, double s) {
+  double v = unfused(c3 * s) + c2;
+  v = unfused(v * s) + c1;
+  return unfused(v * s) + c0;
+}
+
 }  // namespace lumora

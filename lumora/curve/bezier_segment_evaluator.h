@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "lumora/base/export.h"
+#include "lumora/base/float_math.h"
 #include "lumora/curve/segment_evaluator.h"
 
 namespace lumora {
@@ -81,8 +82,8 @@ class LUMORA_API TbezierSegmentEvaluator final : public TsegmentEvaluator {
  private:
   /// Curve parameter s in [0, 1] at normalised time u (u = 0 at x0, 1 at x3).
   double parameterAt(double u) const;
-  double timePolynomial(double s) const { return ((fXc3 * s + fXc2) * s + fXc1) * s + fXc0; }
-  double valuePolynomial(double s) const { return ((fYc3 * s + fYc2) * s + fYc1) * s + fYc0; }
+  double timePolynomial(double s) const { return cubicAt(fXc3, fXc2, fXc1, fXc0, s); }
+  double valuePolynomial(double s) const { return cubicAt(fYc3, fYc2, fYc1, fYc0, s); }
   /// Normalised time of t, snapped to the ends within 1e-10 s.
   double normalisedTime(double t) const;
 

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "lumora/curve/param_curve.h"
@@ -132,6 +134,39 @@ TEST(TparamCurveEvaluate, CacheWalkAgreesWithFreshEvaluation) {
   EXPECT_EQ(batch, expected);
   EXPECT_FALSE(c.evaluate(3, nullptr, batch.data()));
 }
+
+#if defined(__GNUC__) && defined(__x86_64__)
+// Samples in order, from code built for multiply-add instructions, as a host
+// compiled for a recent processor would.
+__attribute__((target("fma"))) std::vector<double> sampleAsAFusingHost(
+    TparamCurve& c, const std::vector<float>& times) {
+  std::vector<double> values;
+  for (float t : times) values.push_back(c.evaluate(t));
+  return values;
+}
+
+TEST(TparamCurveEvaluate, HostsBuiltForMultiplyAddGetTheLibrarysBits) {
+  // Most in-order samples are answered inline, in the host's own code. A host
+  // built with multiply-add enabled must still see the values the library
+  // computes on its general path, bit for bit.
+  if (!__builtin_cpu_supports("fma")) GTEST_SKIP() << "no multiply-add instructions";
+  TparamCurve c(true);
+  for (int i = 0; i < 6; ++i) {
+    key(c, static_cast<float>(i), std::sin(i * 1.3) * 7.0, 1, static_cast<float>(i % 3) - 1.1f, 1,
+        0.7f - static_cast<float>(i % 2));
+  }
+  c.setPostInfinityType(TparamCurve::kCycleRelative);
+  std::vector<float> times;
+  for (int i = 1; i < 3000; ++i) times.push_back(static_cast<float>(i) * 0.00731f);
+  const std::vector<double> values = sampleAsAFusingHost(c, times);
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    TparamCurve fresh(c);
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(values[i]),
+              std::bit_cast<std::uint64_t>(fresh.evaluate(times[i])))
+        << "at " << times[i];
+  }
+}
+#endif
 
 TEST(TparamCurveEvaluate, StaticCurveReturnsTheFirstValue) {
   TparamCurve c(true);

@@ -149,7 +149,7 @@ void ThermiteSegmentEvaluator::segmentExtremes(double& minValue, double& maxValu
   const int count = internal::findPolynomialRoots(derivative, 2, 0.0, h, false, false, turns);
   for (int i = 0; i < count; ++i) {
     const double s = turns[i];
-    consider(fX0 + s, ((fA * s + fB) * s + fC) * s + fD);
+    consider(fX0 + s, evaluateAfterStart(s));
   }
   consider(fX3, fY3);
 }
@@ -158,7 +158,7 @@ double ThermiteSegmentEvaluator::splitSegment(double t, float& keyInX, float& ke
                                               float& keyOutX, float& keyOutY, float& prevOutX,
                                               float& prevOutY, float& nextInX, float& nextInY) {
   const double s = t - fX0;
-  const double value = ((fA * s + fB) * s + fC) * s + fD;
+  const double value = evaluateAfterStart(s);
   const double slope = (3.0 * fA * s + 2.0 * fB) * s + fC;
   slopeToStorage(slope, keyInX, keyInY);
   keyOutX = keyInX;

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "lumora/base/export.h"
+#include "lumora/base/float_math.h"
 #include "lumora/curve/segment_evaluator.h"
 
 namespace lumora {
@@ -45,7 +46,7 @@ class LUMORA_API ThermiteSegmentEvaluator final : public TsegmentEvaluator {
   double evaluate(double t) const override { return evaluateAfterStart(t - fX0); }
   /// The value `s` seconds after the segment's start: evaluate(start() + s)
   /// without the subtraction.
-  double evaluateAfterStart(double s) const { return ((fA * s + fB) * s + fC) * s + fD; }
+  double evaluateAfterStart(double s) const { return cubicAt(fA, fB, fC, fD, s); }
   /// The segment's start time x0, in seconds.
   double start() const { return fX0; }
 

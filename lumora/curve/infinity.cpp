@@ -34,7 +34,7 @@ namespace {
 // adds nothing, even after infinitely many periods.
 double shiftForCycles(double v, double difference, double cycles, bool pre) {
   if (difference == 0.0) return v;
-  const double shift = difference * cycles;
+  const double shift = unfused(difference * cycles);  // as the inline shortcut adds it
   return pre ? v - shift : v + shift;
 }
 

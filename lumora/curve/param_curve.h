@@ -36,6 +36,7 @@
 
 #include "lumora/base/client_server.h"
 #include "lumora/base/export.h"
+#include "lumora/base/float_math.h"
 #include "lumora/base/ptr_array.h"
 #include "lumora/base/time_value.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
@@ -233,7 +234,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
       const double t = seconds;
       if (t > fCycledSpanLo && t < fCycledSpanHi) {
         const double v = fLoadedHermite->evaluateAfterStart(t - fCycledSpanOrigin);
-        return fCycleShift == 0.0 ? v : v + fCycleShift * fPeriods;
+        return fCycleShift == 0.0 ? v : v + unfused(fCycleShift * fPeriods);
       }
       // Elsewhere: the post infinity's mapping into the keyed range, landing in
       // the loaded span, rounded as it rounds.
@@ -260,7 +261,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
         }
         if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
           const double v = fLoadedHermite->evaluate(local);
-          return fCycleShift == 0.0 ? v : v + fCycleShift * periods;
+          return fCycleShift == 0.0 ? v : v + unfused(fCycleShift * periods);
         }
       }
     }
