@@ -47,6 +47,16 @@
 
 namespace lumora {
 
+namespace internal {
+// Whether this file is being compiled with relaxed float maths (-ffast-math),
+// which may rewrite the IEEE rounding that inline sampling relies on.
+#if defined(__FAST_MATH__)
+constexpr bool kRelaxedFloatMath = true;
+#else
+constexpr bool kRelaxedFloatMath = false;
+#endif
+}  // namespace internal
+
 class Tangle;
 class TanimTimeArray;
 class TdebugOutput;
@@ -224,7 +234,9 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Sampling in time order mostly stays inside the span already loaded into
   /// the evaluator, and that case is answered here, inline.
   double evaluate(float seconds) {
-    if (fLoadedHermite) [[likely]] {
+    // The shortcuts rely on IEEE rounding that relaxed float maths would
+    // rewrite, so a host built that way always takes the library's path.
+    if (!internal::kRelaxedFloatMath && fLoadedHermite) [[likely]] {
       if (seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) {
         return fLoadedHermite->evaluate(seconds);
       }
