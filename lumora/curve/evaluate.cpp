@@ -192,7 +192,6 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
     default:
       if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
       if (fCachedInterval == static_cast<std::int32_t>(end - 1)) {
-        forgetCycledSpan();
         fLoadedSpanStart = seconds(a);
         fLoadedSpanEnd = seconds(b);
         constexpr std::uint16_t kBlockers =

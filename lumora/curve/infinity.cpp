@@ -75,16 +75,18 @@ double largestPowerOfTwoDividing(double x) {
 // The general mapping of a time t after the last key computes, in double,
 //   x = (t - end) / range,   k = trunc(x),   p = range * (x - k),
 // and rounds p to float (then adds the first key's time in float). Within one
-// period k the exact offset u = t - (end + k * range) is what p approximates:
-// |p - u| <= range * (k + 2) * 2^-53, from rounding x and from the product.
+// period k the exact offset u = t - (end + k * range) is what p approximates.
+// t, end, k * range and end + k * range are whole multiples of the finer
+// float spacing of end and range (t because t > end + k * range >= |end|;
+// when end is 0 the start is k * range and, for k = 0, u = t outright), so
+// below 2^51 of those spacings t - end, the period start and u are exact.
+// x - k is exact as well (x lies in [k, k + 1)), so only rounding x and the
+// product separate p from u: |p - u| <= range * (k + 2) * 2^-53.
 // The shortcut uses q = float(u) when
-//  * u is computed exactly and q == u: t, end and range are floats, and with
-//    t > end + k * range >= |end| they are all multiples of the finer float
-//    spacing of end and range; below 2^51 of those spacings the subtractions
-//    are exact. Outside the period the rounded u still falls outside
-//    (0, range), as rounding is monotonic, and the test fails;
+//  * q == u. Outside the period the rounded u still falls outside
+//    (0, range), as rounding is monotonic, and the tests below fail;
 //  * q > range * (k + 2) * 2^-25: then p lies well within half the float
-//    spacing around q (at least q * 2^-26), so float(p) == q;
+//    spacing around q (more than q * 2^-26), so float(p) == q;
 //  * q < range * (1 - 2^-20): then x stays below k + 1, so trunc(x) == k.
 void TparamCurve::rememberCyclePeriod(float tEnd, float range, double periods) {
   if (periods == fPeriods && fPeriodOffsetMin < fPeriodOffsetMax) return;  // still current

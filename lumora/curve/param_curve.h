@@ -48,9 +48,11 @@
 namespace lumora {
 
 namespace internal {
-// Whether this file is being compiled with relaxed float maths (-ffast-math),
-// which may rewrite the IEEE rounding that inline sampling relies on.
-#if defined(__FAST_MATH__)
+// Whether this file is being compiled with relaxed float maths (-ffast-math,
+// -ffinite-math-only, /fp:fast), which may rewrite the IEEE rounding and NaN
+// tests that inline sampling relies on.
+#if defined(__FAST_MATH__) || defined(_M_FP_FAST) || \
+    (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__)
 constexpr bool kRelaxedFloatMath = true;
 #else
 constexpr bool kRelaxedFloatMath = false;
