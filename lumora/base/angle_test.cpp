@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <numbers>
 #include <utility>
@@ -18,6 +17,7 @@ TEST(Tangle, UnitsConvertBothWays) {
     TangleUnit unit;
     double radians;
   };
+  // -180 degrees unwrapped stays -pi: only wrapping moves it to +pi.
   const Row rows[] = {
       {1.25, TangleUnit::kRadians, 1.25},      {90.0, TangleUnit::kDegrees, kPi / 2},
       {-180.0, TangleUnit::kDegrees, -kPi},    {60.0, TangleUnit::kMinutes, kPi / 180},
@@ -28,8 +28,6 @@ TEST(Tangle, UnitsConvertBothWays) {
     EXPECT_NEAR(a.radians(), r.radians, 1e-15) << r.value;
     EXPECT_NEAR(a.valueInUnit(r.unit), r.value, 1e-9) << r.value;
   }
-  EXPECT_DOUBLE_EQ(Tangle(kPi).degrees(), 180.0);
-  EXPECT_DOUBLE_EQ(Tangle(kPi / 180).valueInUnit(TangleUnit::kSeconds), 3600.0);
 }
 
 TEST(Tangle, WrapLandsInHalfOpenTurn) {
@@ -40,8 +38,6 @@ TEST(Tangle, WrapLandsInHalfOpenTurn) {
   EXPECT_DOUBLE_EQ(Tangle(kPi, TangleUnit::kRadians, true).radians(), kPi);
   EXPECT_DOUBLE_EQ(Tangle(-kPi, TangleUnit::kRadians, true).radians(), kPi);
   EXPECT_DOUBLE_EQ(Tangle(3 * kPi).wrapped().radians(), kPi);
-  // Without wrapping the value is kept as given.
-  EXPECT_NEAR(Tangle(270.0, TangleUnit::kDegrees, false).degrees(), 270.0, 1e-12);
 }
 
 TEST(Tangle, BadInputStoresZero) {
@@ -60,17 +56,12 @@ TEST(Tangle, BadInputStoresZero) {
   }
 }
 
-TEST(Tangle, ArithmeticAndOrder) {
+TEST(Tangle, ArithmeticNeverWrapsAndComparesExactly) {
   Tangle a = Tangle::sQuarter;
-  EXPECT_DOUBLE_EQ(a.degrees(), 90.0);
-  a += Tangle::sQuarter;
-  EXPECT_DOUBLE_EQ(a.radians(), kPi);
+  a += 2.0 * Tangle::sQuarter;
+  EXPECT_DOUBLE_EQ(a.radians(), 1.5 * kPi);
   a -= Tangle(kPi / 4);
-  EXPECT_DOUBLE_EQ(a.radians(), 0.75 * kPi);
-  EXPECT_DOUBLE_EQ((-a).radians(), -0.75 * kPi);
-  EXPECT_DOUBLE_EQ((2.0 * Tangle::sQuarter - Tangle(kPi)).radians(), 0.0);
-  EXPECT_LT(Tangle(-1.0), Tangle(0.5));
-  EXPECT_GE(Tangle::sQuarter, Tangle(kPi / 2));
+  EXPECT_DOUBLE_EQ((-a).radians(), -1.25 * kPi);
   EXPECT_NE(Tangle(1.0), Tangle(1.0 + 1e-15));
 }
 

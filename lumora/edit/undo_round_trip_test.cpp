@@ -6,11 +6,15 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <tuple>
 #include <vector>
 
+#include "lumora/base/time_arrays.h"
 #include "lumora/base/typed_array.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/curve/param_curve.h"
+#include "lumora/curve/param_curve_test_support.h"
+#include "lumora/keys/keyframe_handle.h"
 #include "lumora/notify/param_curve_delta.h"
 
 namespace lumora {
@@ -50,7 +54,7 @@ bool unstableDirection(float& x, float& y) {
   return false;
 }
 
-// A non-weighted float curve with keys at 0, 1, 2 and 3 s.
+// A non-weighted float curve with keys at 0, 1, 2 and 3 s (values 0, 2, 4, 1).
 std::unique_ptr<TparamCurve> makeCurve(TtangentType type) {
   auto c = std::make_unique<TparamCurve>(/*isFloat=*/true);
   c->setIsWeighted(false);
@@ -58,12 +62,11 @@ std::unique_ptr<TparamCurve> makeCurve(TtangentType type) {
   return c;
 }
 
-// Records `edit` in one action, then checks that undo gives back the state
-// before it and redo the state after it, three times over.
-template <typename Edit>
-void expectRoundTrip(TparamCurve& c, Edit edit) {
+// Records `edit` in `action` (a new one unless given), then checks that undo
+// gives back the state before it and redo the state after it, three times over.
+template <typename Edit, typename Action = TparamCurveDeltaUser>
+void expectRoundTrip(TparamCurve& c, Edit edit, Action&& action = Action()) {
   const auto before = stateOf(c);
-  TparamCurveDeltaUser action;
   action.beginParamCurveMod(c);
   edit();
   const auto after = stateOf(c);
@@ -88,8 +91,39 @@ TEST(KeyEditUndo, RestoresEveryKeyBitwise) {
   // Removing the first key leaves the new first key's tangents alone;
   // adding one in front recomputes them.
   c = makeCurve(kTangentSpline);
-  expectRoundTrip(*c, [&] { c->remove(0); });
+  TkeyframeHandle handle(c.get(), c->keyframe(0), /*makeClient=*/true);
+  TparamCurveDeltaUser removal;
+  expectRoundTrip(
+      *c, [&] { c->remove(0); }, removal);
+  EXPECT_FALSE(handle.isValid());
+  removal.undoPC();  // the same key object comes back, and handles to it with it
+  EXPECT_TRUE(handle.isValid());
+  removal.redoPC();
   expectRoundTrip(*c, [&] { c->add(Tkeyframe(-1.0f, 4.0, kTangentSpline, kTangentSpline)); });
+  // Several kinds of edit in one action: added, overwritten, inserted keeping
+  // the shape, tangent dragged, removed.
+  expectRoundTrip(*c, [&] {
+    EXPECT_TRUE(c->add(Tkeyframe(4.0f, 30.0, kTangentSpline, kTangentSpline)) &&
+                c->add(Tkeyframe(1.0f, 15.0, kTangentFlat, kTangentFlat)) &&
+                c->insert(Tkeyframe(0.5f, 0.0), /*keepShape=*/true, false) &&
+                c->dragTangent(2, 1.0f, 4.0f, /*inSide=*/false));
+    c->remove(0);
+  });
+  // Weighted keys keep their handle lengths through undo.
+  auto weighted = makeCurve(kTangentSpline);
+  weighted->setIsWeighted(true);
+  expectRoundTrip(*weighted, [&] {
+    EXPECT_TRUE(weighted->insert(Tkeyframe(2.5f, 1.0), /*keepShape=*/false, false));
+    weighted->remove(1);
+  });
+  // Undoing twice is undoing once.
+  const auto before = stateOf(*c);
+  TparamCurveDeltaUser overwrite;
+  expectRoundTrip(
+      *c, [&] { c->add(Tkeyframe(1.0f, -6.0, kTangentFlat, kTangentFlat)); }, overwrite);
+  overwrite.undoPC();
+  overwrite.undoPC();
+  EXPECT_EQ(stateOf(*c), before);
   // The first key of an empty curve keeps the tangents it was given.
   TparamCurve empty(/*isFloat=*/true);
   expectRoundTrip(empty, [&] { empty.add(Tkeyframe(1.0f, 2.0, kTangentLinear, kTangentLinear)); });
@@ -104,7 +138,7 @@ TEST(KeyEditUndo, TypeChangeBesideLinearSpanRestoresVector) {
   expectRoundTrip(*c, [&] { c->setTanInType(1, kTangentFlat); });
 }
 
-TEST(KeyEditUndo, SnapshotKeepsStoredSpanMethods) {
+TEST(KeyEditUndo, SnapshotKeepsSpanMethodsAndSelection) {
   auto c = makeCurve(kTangentLinear);
   Tint16Array fixed;
   fixed.addLast(kTangentFixed);
@@ -113,18 +147,69 @@ TEST(KeyEditUndo, SnapshotKeepsStoredSpanMethods) {
     c->generateCurveDeltas();
     c->add(Tkeyframe(0.5f, 9.0, kTangentSpline, kTangentSpline));
   });
-}
-
-TEST(KeyEditUndo, RepeatedUndoOfOverwriteChangesNothing) {
-  auto c = makeCurve(kTangentSpline);
-  const auto before = stateOf(*c);
+  // Edits made after the snapshot are swapped out by undo, but the selection stays.
   TparamCurveDeltaUser action;
-  action.beginParamCurveMod(*c);
-  c->add(Tkeyframe(1.0f, -6.0, kTangentFlat, kTangentFlat));
-  ASSERT_TRUE(action.endParamCurveMod(*c));
-  action.undoPC();
+  expectRoundTrip(
+      *c, [&] { c->generateCurveDeltas(); }, action);
+  const auto before = stateOf(*c);
+  c->setValue(1, 99.0);
+  c->keyframe(1)->setTanOut(2.0f, 3.0f);
+  c->keyframe(1)->setActive(TbitField32(TpickKey::kPickKey), true);
   action.undoPC();
   EXPECT_EQ(stateOf(*c), before);
+  EXPECT_TRUE(c->keyframe(1)->isKeyframeActive());
+  action.redoPC();
+  EXPECT_EQ(c->keyframe(1)->value(), 99.0);
+}
+
+TEST(KeyEditUndo, ConsecutiveDragsOfOneKeyMergeIntoOneAtTheEnd) {
+  auto c = makeCurve(kTangentSpline);
+  Tkeyframe* const key = c->keyframe(0);
+  TkeyframeHandle handle(c.get(), key, /*makeClient=*/true);
+  const auto drag = [&](float from, float to, double oldValue, double newValue) {
+    auto* d = new TPCDdragKey(c.get(), new TkeyframeHandle(handle), from, to, oldValue, newValue,
+                              1.0, 1.0, 0);
+    d->redo();  // performs the drag it describes
+    TparamCurveTestAccess::addDelta(*c, d, false);
+    return d;
+  };
+  TparamCurveDeltaUser action;
+  TPCDdragKey* second = nullptr;
+  expectRoundTrip(
+      *c,
+      [&] {
+        drag(0.0f, 0.5f, 0.0, 5.0);
+        c->setPreInfinityType(TparamCurve::kLinear);  // another delta in between
+        second = drag(0.5f, 1.5f, 5.0, 7.0);          // past the key at 1 s: the key changes places
+      },
+      action);
+  ASSERT_EQ(action.childCount(), 2u);
+  EXPECT_EQ(std::tuple(action.child(1), second->oldTime(), second->oldValue(), c->keyframe(1),
+                       key->timeAsFloat(), key->value(), handle.isValid()),
+            std::tuple(second, TtimeValue(0.0f), 0.0, key, 1.5f, 7.0, true));
+}
+
+TEST(KeyEditUndo, BlockDeltaTakesKeysOutByListOrByRange) {
+  auto c = makeCurve(kTangentSpline);
+  TanimTimeArray times;
+  TdoubleArray values;
+  for (int i = 4; i < 7; ++i) {
+    times.addLast(TanimTime(6000 * i));
+    values.addLast(10.0 * i);
+  }
+  const auto before = stateOf(*c);
+  ASSERT_TRUE(c->blockAdd(times, values, kTangentSpline, kTangentSpline));
+  TPCDblockAddRemoveKey added(c.get(), TPCDblockAddRemoveKey::kBlockAdded, &times, &values,
+                              kTangentSpline, kTangentSpline, /*ownsArrays=*/false);
+  added.undo();
+  EXPECT_EQ(stateOf(*c), before);
+  added.redo();
+  ASSERT_EQ(c->keyframeCount(), 7u);
+  EXPECT_EQ(c->keyframe(5)->value(), 50.0);
+  added.setRangeMode(2.5f, 5.0f);  // takes the keys at 3, 4 and 5 s
+  added.undo();
+  ASSERT_EQ(c->keyframeCount(), 4u);
+  EXPECT_EQ(c->keyframe(3)->value(), 60.0);
 }
 
 TEST(KeyEditBadInput, NonFiniteValuesAreRefused) {

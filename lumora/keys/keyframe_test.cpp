@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <tuple>
 
 #include "lumora/base/arena.h"
 #include "lumora/keys/internal/key_pool.h"
@@ -13,45 +15,30 @@
 namespace lumora {
 namespace {
 
-TEST(Tkeyframe, FitsInFortyEightBytes) {
+constexpr float kInf = std::numeric_limits<float>::infinity();
+
+std::array<float, 2> tangent(const Tkeyframe& k, TpickKey::TpickBits side) {
+  std::array<float, 2> t;
+  k.getTangent(side, t[0], t[1]);
+  return t;
+}
+
+TEST(Tkeyframe, ConstructorsSetDefaultsAndTheRightTimeWord) {
   EXPECT_LE(sizeof(Tkeyframe), 48u);
-}
-
-TEST(Tkeyframe, ConstructorsSetDefaults) {
   const Tkeyframe k;
-  EXPECT_EQ(k.timeAsTicks(), 0);
-  EXPECT_EQ(k.value(), 0.0);
-  EXPECT_EQ(k.quaternionW(), 1.0f);
-  EXPECT_EQ(k.getQuaternionEulerCache(), nullptr);
-  EXPECT_FALSE(k.locked());
-  EXPECT_TRUE(k.tangentsLocked());
-  EXPECT_TRUE(k.weightsLocked());
-  EXPECT_EQ(k.interpMethod(), Tkeyframe::kSpanCurve);
+  EXPECT_TRUE(!k.locked() && k.tangentsLocked() && k.weightsLocked());
   // With no type given the keyframe preference default (spline) applies.
-  EXPECT_EQ(k.tanInType(), kTangentSpline);
-  EXPECT_EQ(k.tanOutType(), kTangentSpline);
-  float x = 1, y = 1;
-  k.getTanIn(x, y);
-  EXPECT_EQ(x, 0.0f);
-  EXPECT_EQ(y, 0.0f);
-}
-
-TEST(Tkeyframe, TimeValueConstructorStoresTheRightWord) {
-  const Tkeyframe ticks(TtimeValue(TanimTime(6000)), 1.0, kTangentFlat, kTangentStep);
-  EXPECT_EQ(ticks.timeAsTicks(), 6000);
-  EXPECT_EQ(ticks.tanInType(), kTangentFlat);
-  EXPECT_EQ(ticks.tanOutType(), kTangentStep);
+  EXPECT_EQ(std::tuple(k.tanInType(), k.tanOutType()), std::tuple(kTangentSpline, kTangentSpline));
+  // A tick time is stored as ticks, a float time as seconds, "neither" as 0.
+  EXPECT_EQ(Tkeyframe(TtimeValue(TanimTime(6000)), 1.0).timeAsTicks(), 6000);
   const Tkeyframe secs(TtimeValue(1.25f), 1.0, 0.5, kTangentFixed, kTangentFixed);
-  EXPECT_EQ(secs.timeAsFloat(), 1.25f);
-  EXPECT_EQ(secs.quaternionW(), 0.5f);
-  const Tkeyframe neither(TtimeValue(), 1.0);
-  EXPECT_EQ(neither.timeAsTicks(), 0);
+  EXPECT_EQ(std::tuple(secs.timeAsFloat(), secs.quaternionW()), std::tuple(1.25f, 0.5f));
+  EXPECT_EQ(Tkeyframe(TtimeValue(), 1.0).timeAsTicks(), 0);
   // The value-taking constructors store the value unclamped.
-  const Tkeyframe tiny(0.0f, 5e-11);
-  EXPECT_EQ(tiny.value(), 5e-11);
+  EXPECT_EQ(Tkeyframe(0.0f, 5e-11).value(), 5e-11);
 }
 
-TEST(Tkeyframe, SetValueClamps) {
+TEST(Tkeyframe, SettersClamp) {
   Tkeyframe k;
   EXPECT_EQ(k.setValue(5e-11).value(), 0.0);
   EXPECT_EQ(k.setValue(-5e-11).value(), 0.0);
@@ -59,35 +46,19 @@ TEST(Tkeyframe, SetValueClamps) {
   EXPECT_EQ(k.setValue(std::numeric_limits<double>::infinity()).value(), DBL_MAX);
   EXPECT_EQ(k.setValue(-std::numeric_limits<double>::infinity()).value(), -DBL_MAX);
   EXPECT_EQ(k.setValue(std::nan("")).value(), 0.0);
-}
 
-TEST(Tkeyframe, SetTimeFromTimeValueClamps) {
-  Tkeyframe k;
   EXPECT_EQ(k.setTime(TtimeValue(5e-6f)).timeAsFloat(), 0.0f);
-  EXPECT_EQ(k.setTime(TtimeValue(std::numeric_limits<float>::infinity())).timeAsFloat(), FLT_MAX);
+  EXPECT_EQ(k.setTime(TtimeValue(kInf)).timeAsFloat(), FLT_MAX);
   EXPECT_EQ(k.setTime(TtimeValue(TanimTime(-42))).timeAsTicks(), -42);
   EXPECT_EQ(k.setTime(TtimeValue()).timeAsTicks(), 0);
   k.setTimeAndValue(TtimeValue(2.0f), 3e-12, 0.25);
-  EXPECT_EQ(k.timeAsFloat(), 2.0f);
-  EXPECT_EQ(k.value(), 0.0);
-  EXPECT_EQ(k.quaternionW(), 0.25f);
-}
+  EXPECT_EQ(std::tuple(k.timeAsFloat(), k.value(), k.quaternionW()), std::tuple(2.0f, 0.0, 0.25f));
 
-TEST(Tkeyframe, TangentSettersClamp) {
-  Tkeyframe k;
-  float x = 0, y = 0;
-  k.setTanIn(-2.0f, 5.0f).getTanIn(x, y);
-  EXPECT_EQ(x, 0.0f);
-  EXPECT_EQ(y, 5.0f);
-  k.setTanOut(0.000001f, 0.000001f).getTanOut(x, y);
-  EXPECT_EQ(x, 0.0f);
-  EXPECT_EQ(y, 0.0f);
-  k.setTanOut(std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity())
-      .getTanOut(x, y);
-  EXPECT_EQ(x, FLT_MAX);
-  EXPECT_EQ(y, -FLT_MAX);
-  k.getTangent(Tkeyframe::kInSide, x, y);
-  EXPECT_EQ(y, 5.0f);
+  EXPECT_EQ(tangent(k.setTanIn(-2.0f, 5.0f), Tkeyframe::kInSide), (std::array{0.0f, 5.0f}));
+  EXPECT_EQ(tangent(k.setTanOut(1e-6f, 1e-6f), Tkeyframe::kOutSide), (std::array{0.0f, 0.0f}));
+  EXPECT_EQ(tangent(k.setTanOut(kInf, -kInf), Tkeyframe::kOutSide),
+            (std::array{FLT_MAX, -FLT_MAX}));
+  EXPECT_EQ(tangent(k, Tkeyframe::kInSide), (std::array{0.0f, 5.0f}));
 }
 
 TEST(Tkeyframe, TangentTypeEncoding) {
@@ -95,8 +66,7 @@ TEST(Tkeyframe, TangentTypeEncoding) {
   for (int t = 1; t <= 10; ++t) {
     k.setTanInType(static_cast<TtangentType>(t));
     k.setTanOutType(static_cast<TtangentType>(11 - t));
-    EXPECT_EQ(k.tanInType(), t);
-    EXPECT_EQ(k.tanOutType(), 11 - t);
+    EXPECT_EQ(std::tuple(int(k.tanInType()), int(k.tanOutType())), std::tuple(t, 11 - t));
   }
   k.setTanInType(static_cast<TtangentType>(42));
   EXPECT_EQ(k.tanInType(), kTangentSpline);
@@ -107,89 +77,73 @@ TEST(Tkeyframe, TangentTypeEncoding) {
 
 TEST(Tkeyframe, DecodingFollowsTheFixedOrder) {
   Tkeyframe k;
-  k.setFlags(TbitField32(0));
-  EXPECT_EQ(k.tanInType(), kTangentSpline);  // no in-type bit at all
-  EXPECT_EQ(k.tanOutType(), kTangentSpline);
+  const auto types = [&k](std::uint32_t bits) {
+    k.setFlags(TbitField32(bits));
+    return std::tuple(k.tanInType(), k.tanOutType());
+  };
+  // No type bit at all reads as spline.
+  EXPECT_EQ(types(0), std::tuple(kTangentSpline, kTangentSpline));
   // Bits for fixed (1) and flat (3) together: fixed is checked first.
-  k.setFlags(TbitField32((1u << 1) | (1u << 3)));
-  EXPECT_EQ(k.tanInType(), kTangentFixed);
+  EXPECT_EQ(std::get<0>(types((1u << 1) | (1u << 3))), kTangentFixed);
   // Smooth (bit 0) loses to clamped (bit 9); out side bits 11 and 20 likewise.
-  k.setFlags(TbitField32(1u | (1u << 9) | (1u << 11) | (1u << 20)));
-  EXPECT_EQ(k.tanInType(), kTangentClamped);
-  EXPECT_EQ(k.tanOutType(), kTangentClamped);
+  EXPECT_EQ(types(1u | (1u << 9) | (1u << 11) | (1u << 20)),
+            std::tuple(kTangentClamped, kTangentClamped));
   // Spline (bit 8) wins over everything.
-  k.setFlags(TbitField32((1u << 8) | (1u << 1)));
-  EXPECT_EQ(k.tanInType(), kTangentSpline);
+  EXPECT_EQ(std::get<0>(types((1u << 8) | (1u << 1))), kTangentSpline);
 }
 
 TEST(Tkeyframe, InterpMethodFollowsBitAndStepType) {
   Tkeyframe k(0.0f, 0.0, kTangentSpline, kTangentStep);
   EXPECT_EQ(k.interpMethod(), Tkeyframe::kSpanStep);
-  k.setInterpMethod(Tkeyframe::kSpanLinear);
-  EXPECT_EQ(k.interpMethod(), Tkeyframe::kSpanLinear);
+  EXPECT_EQ(k.setInterpMethod(Tkeyframe::kSpanLinear).interpMethod(), Tkeyframe::kSpanLinear);
   k.setInterpMethod(Tkeyframe::kSpanStep);  // step is never stored
   EXPECT_FALSE(k.flags().testBit(Tkeyframe::kBitLinearSpan));
   EXPECT_EQ(k.interpMethod(), Tkeyframe::kSpanStep);
-  k.setTanOutType(kTangentFlat);
-  EXPECT_EQ(k.interpMethod(), Tkeyframe::kSpanCurve);
+  EXPECT_EQ(k.setTanOutType(kTangentFlat).interpMethod(), Tkeyframe::kSpanCurve);
 }
 
 TEST(Tkeyframe, SetActiveMergesLikePicks) {
   Tkeyframe k;
-  k.setActive(TbitField32(TpickKey::kPickInTangent), true);
-  k.setActive(TbitField32(TpickKey::kPickOutTangent), true);
-  EXPECT_TRUE(k.isInTangentActive());
-  EXPECT_TRUE(k.isOutTangentActive());
-  EXPECT_FALSE(k.isKeyframeActive());
+  const auto pick = [&k](std::uint32_t mask) {
+    k.setActive(TbitField32(mask), true);
+    return std::array{k.isKeyframeActive(), k.isInTangentActive(), k.isOutTangentActive()};
+  };
+  pick(TpickKey::kPickInTangent);
+  EXPECT_EQ(pick(TpickKey::kPickOutTangent), (std::array{false, true, true}));
   // Picking the key replaces the tangent picks.
-  k.setActive(TbitField32(TpickKey::kPickKey), true);
-  EXPECT_TRUE(k.isKeyframeActive());
-  EXPECT_FALSE(k.isInTangentActive());
+  EXPECT_EQ(pick(TpickKey::kPickKey), (std::array{true, false, false}));
   // A tangent pick merged into a key pick drops the key.
-  k.setActive(TbitField32(TpickKey::kPickInTangent), true);
-  EXPECT_FALSE(k.isKeyframeActive());
-  EXPECT_TRUE(k.isInTangentActive());
+  EXPECT_EQ(pick(TpickKey::kPickInTangent), (std::array{false, true, false}));
   k.setActive(TbitField32(7), false);
   EXPECT_FALSE(k.isAnyActive());
 }
 
 TEST(Tkeyframe, CopiesNeverCarrySelectionOrDeletion) {
   Tkeyframe selected(1.0f, 3.0, kTangentFlat, kTangentLinear);
-  selected.setActive(TbitField32(TpickKey::kPickKey), true);
-  selected.setToBeDeleted(true);
-  selected.setBreakdown(true);
-  selected.setTanOut(1.0f, 2.0f);
   float cache = 0;
-  selected.setQuaternionEulerCache(&cache);
+  selected.setActive(TbitField32(TpickKey::kPickKey), true).setToBeDeleted(true);
+  selected.setBreakdown(true).setTanOut(1.0f, 2.0f).setQuaternionEulerCache(&cache);
 
   const Tkeyframe copy(selected);
-  EXPECT_FALSE(copy.isAnyActive());
-  EXPECT_FALSE(copy.toBeDeleted());  // a fresh key has no deletion mark to keep
-  EXPECT_EQ(copy.getQuaternionEulerCache(), nullptr);
+  EXPECT_EQ(std::tuple(copy.isAnyActive(), copy.toBeDeleted(), copy.getQuaternionEulerCache()),
+            std::tuple(false, false, nullptr));
 
+  // Assignment keeps the destination's own selection and deletion mark.
   Tkeyframe target(5.0f, 0.0);
   target.setActive(TbitField32(TpickKey::kPickOutTangent), true);
   target = selected;
-  EXPECT_FALSE(target.isKeyframeActive());
-  EXPECT_TRUE(target.isOutTangentActive());
-  EXPECT_FALSE(target.toBeDeleted());
-  EXPECT_TRUE(target.breakdown());
-  EXPECT_EQ(target.value(), 3.0);
-  EXPECT_EQ(target.tanOutType(), kTangentLinear);
-  float x = 0, y = 0;
-  target.getTanOut(x, y);
-  EXPECT_EQ(y, 2.0f);
+  EXPECT_EQ(std::tuple(target.isKeyframeActive(), target.isOutTangentActive(), target.toBeDeleted(),
+                       target.breakdown()),
+            std::tuple(false, true, false, true));
+  EXPECT_EQ(std::tuple(target.timeAsFloat(), target.value(), target.tanOutType(),
+                       tangent(target, Tkeyframe::kOutSide)),
+            std::tuple(1.0f, 3.0, kTangentLinear, std::array{1.0f, 2.0f}));
 }
 
 TEST(Tkeyframe, TolerantComparison) {
   const Tkeyframe a(1.000000f, 0.0), b(1.000009f, 0.0), c(1.00002f, 0.0);
-  EXPECT_TRUE(a == b);
-  EXPECT_FALSE(a != b);
-  EXPECT_FALSE(a < b);
-  EXPECT_TRUE(a <= b && a >= b);
-  EXPECT_TRUE(a < c);
-  EXPECT_TRUE(c > a);
-  EXPECT_TRUE(a != c);
+  EXPECT_EQ((std::array{a == b, a != b, a < b, a <= b, a >= b, a<c, c> a, a != c}),
+            (std::array{true, false, false, true, true, true, true, true}));
 }
 
 TEST(Tkeyframe, ComesFromTheKeysPool) {
@@ -200,14 +154,12 @@ TEST(Tkeyframe, ComesFromTheKeysPool) {
   const std::size_t before = pool->liveCount();
   auto k = std::make_unique<Tkeyframe>(1.0f, 2.0);
   EXPECT_EQ(pool->liveCount(), before + 1);
-  k.reset();
-  EXPECT_EQ(pool->liveCount(), before);
-
   // With a memory checker in use keys come from malloc and still delete cleanly.
   TpureArena::sPurifyInUse = true;
   auto m = std::make_unique<Tkeyframe>(1.0f, 2.0);
-  EXPECT_EQ(pool->liveCount(), before);
   TpureArena::sPurifyInUse = false;
+  EXPECT_EQ(pool->liveCount(), before + 1);
+  k.reset();
   m.reset();
   EXPECT_EQ(pool->liveCount(), before);
 }

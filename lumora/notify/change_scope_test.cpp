@@ -23,8 +23,8 @@ using Modified = TparamCurveModifiedMsg;
 class ChangeScope : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(TparamCurve::globalMsgDepot().delayCount(), 0u);
-    ASSERT_FALSE(TparamCurve::globalMsgDepot().updatesSuspended());
+    const TparamCurveMsgDepot& depot = TparamCurve::globalMsgDepot();
+    ASSERT_TRUE(depot.delayCount() == 0 && !depot.updatesSuspended());
     for (int i = 0; i < 3; ++i) {
       keys[i] = new Tkeyframe(static_cast<float>(i), 10.0 * i);
       ASSERT_GE(Access::arrayInsert(curve, keys[i]), 0);
@@ -45,15 +45,24 @@ TEST_F(ChangeScope, NestedScopesAskOnceAndAnnounceOnce) {
   EXPECT_EQ(Access::changeDepth(curve), 2u);
   Access::endChange(curve, true);
   EXPECT_EQ(rec.count(Kind::kChanged), 0u);  // still inside the outer scope
-  Access::endChange(curve, true);
-
-  EXPECT_EQ(Access::changeDepth(curve), 0u);
+  Access::endChange(curve, false);           // one changed inner scope reports the outer one
+  EXPECT_EQ(std::tuple(Access::changeDepth(curve), Access::changedInChange(curve)),
+            std::tuple(0u, false));
   // Begin, then update: helpers hear of the close before global clients hear of the curve.
   ASSERT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kHelper, Kind::kHelper, Kind::kChanged}));
   EXPECT_EQ(std::tuple(rec.log[0].request, rec.log[0].stateAsSent, rec.log[1].request),
             std::tuple(Help::kHelpBeginChange, std::uint32_t{Help::kMarkConnectionsDirty},
                        Help::kHelpUpdate));
   EXPECT_EQ(rec.log[2].curves, std::vector<TparamCurve*>{&curve});
+
+  // An unchanged scope tells the helpers but not the global clients. Unanswered,
+  // the begin question keeps the connections-dirty bit it was sent with.
+  rec.log.clear();
+  ASSERT_TRUE(Access::beginChange(curve));
+  EXPECT_TRUE(Access::connectionsDirty(curve));
+  Access::endChange(curve, false);
+  ASSERT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kHelper, Kind::kHelper}));
+  EXPECT_EQ(rec.log[1].stateAsSent, static_cast<std::uint32_t>(Help::kMarkConnectionsDirty));
   rec.log.clear();
   Access::endChange(curve, true);  // unmatched: the depth wraps, nothing is sent
   EXPECT_EQ(Access::changeDepth(curve), 0xFFFFu);
@@ -67,31 +76,9 @@ TEST_F(ChangeScope, ConnectionsDirtyAnswerIsStoredAndReportedAtClose) {
   Access::endChange(curve, false);
   EXPECT_EQ(std::tuple(rec.log.back().request, rec.log.back().stateAsSent),
             std::tuple(Help::kHelpUpdate, 0u));
-
-  // Unanswered, the question keeps the bit it was sent with.
-  rec.connectionsDirtyAnswer.reset();
-  ASSERT_TRUE(Access::beginChange(curve));
-  EXPECT_TRUE(Access::connectionsDirty(curve));
-  Access::endChange(curve, false);
-  EXPECT_EQ(rec.log.back().stateAsSent, static_cast<std::uint32_t>(Help::kMarkConnectionsDirty));
 }
 
-TEST_F(ChangeScope, UnchangedScopeTellsHelpersButNotGlobalClients) {
-  ASSERT_TRUE(Access::beginChange(curve));
-  Access::endChange(curve, false);
-  EXPECT_EQ(std::tuple(rec.count(Help::kHelpUpdate), rec.count(Kind::kChanged)),
-            std::tuple(1u, 0u));
-
-  // One changed inner scope is enough to report the outer one.
-  ASSERT_TRUE(Access::beginChange(curve));
-  ASSERT_TRUE(Access::beginChange(curve));
-  Access::endChange(curve, true);
-  Access::endChange(curve, false);
-  EXPECT_EQ(rec.count(Kind::kChanged), 1u);
-  EXPECT_FALSE(Access::changedInChange(curve));
-}
-
-TEST_F(ChangeScope, ProceduralCurveNeedsApprovalForEveryScopeAndSelection) {
+TEST_F(ChangeScope, ProceduralAndReferenceCurvesNeedApprovalForEveryScopeAndSelection) {
   curve.isProcedural(true);
   EXPECT_FALSE(Access::beginChange(curve));
   EXPECT_EQ(Access::changeDepth(curve), 0u);
@@ -110,25 +97,16 @@ TEST_F(ChangeScope, ProceduralCurveNeedsApprovalForEveryScopeAndSelection) {
   EXPECT_EQ(std::tuple(rec.count(Help::kHelpProcedural), rec.count(Help::kHelpBeginChange),
                        rec.count(Kind::kChanged)),
             std::tuple(3u, 1u, 1u));
-}
 
-TEST_F(ChangeScope, ReferenceCurveNeedsItsOwnApproval) {
+  // A reference curve needs its own answer; the procedural one does not help.
   curve.isReference(true);
-  rec.approveProcedural = true;  // the wrong answer does not help
   EXPECT_FALSE(Access::beginChange(curve));
   EXPECT_FALSE(curve.canSelect());
   EXPECT_EQ(rec.count(Help::kHelpReference), 2u);
-
   rec.approveReference = true;
   EXPECT_TRUE(curve.canSelect());
-
-  // A curve that is both needs both answers.
-  curve.isProcedural(true);
-  rec.approveProcedural = false;
+  rec.approveProcedural = false;  // both flags set: both answers needed
   EXPECT_FALSE(curve.canSelect());
-  rec.approveProcedural = true;
-  EXPECT_TRUE(Access::beginChange(curve));
-  Access::endChange(curve, false);
 }
 
 TEST_F(ChangeScope, FirstKeyMessageOfAScopeStopsModelUpdatesOnce) {
@@ -152,22 +130,45 @@ TEST_F(ChangeScope, FirstKeyMessageOfAScopeStopsModelUpdatesOnce) {
 }
 
 // Outside a scope key messages go only to the curve; an index out of range
-// sends an empty handle.
+// sends an empty handle. Add/delete messages are built only for their listeners.
 TEST_F(ChangeScope, KeyMessagesOutsideAScopeGoOnlyToTheCurve) {
   Access::notifyClientsOfChange(curve, keys[2], Modified::kWeightingChanged);
   Access::notifyClientsOfChangeAt(curve, 1, Modified::kKeyChanged);
   Access::notifyClientsOfChangeAt(curve, 3, Modified::kKeyRemoved);
+  Access::sendAddDeleteMessage(curve, keys[1], false);  // rec hears modified messages only
   ASSERT_EQ(rec.kinds(), (std::vector<Kind>{Kind::kModified, Kind::kModified, Kind::kModified}));
   const TrecordedMsg& m = rec.log[0];
   EXPECT_EQ(
       std::tuple(m.server, m.messageType, m.key, m.keyValid),
       std::tuple(static_cast<TclientServer*>(&curve), Modified::kWeightingChanged, keys[2], true));
-  EXPECT_EQ(rec.log[1].key, keys[1]);
-  EXPECT_EQ(std::tuple(rec.log[2].key, rec.log[2].keyValid, rec.log[2].messageType),
-            std::tuple(nullptr, false, Modified::kKeyRemoved));
+  EXPECT_EQ(std::tuple(rec.log[1].key, rec.log[2].key, rec.log[2].keyValid, rec.log[2].messageType),
+            std::tuple(keys[1], nullptr, false, Modified::kKeyRemoved));
+
+  TmessageRecorder keyWatcher;
+  keyWatcher.listenTo(curve, TkeyframeAddDeleteMsgTmeta);
+  Access::sendAddDeleteMessage(curve, keys[1], false);
+  Access::sendAddDeleteMessage(curve, keys[1], true);
+  const auto sent = keyWatcher.only(Kind::kAddDelete);
+  ASSERT_EQ(sent.size(), 2u);
+  EXPECT_EQ(std::tuple(sent[0].key, sent[0].added, sent[1].added, rec.log.size()),
+            std::tuple(keys[1], false, true, 3u));
 }
 
-TEST_F(ChangeScope, FileInputAndSilencedHookStopKeyMessages) {
+// A dirty curve sends key-changed for its first key only; during file input
+// key messages need permission, and the silenced hook stops them.
+TEST_F(ChangeScope, MarkDirtySendsKeyChangedForTheFirstKeyOnly) {
+  curve.markDirty();
+  const auto sent = rec.only(Kind::kModified);
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(std::tuple(sent[0].key, sent[0].messageType, rec.count(Help::kHelpBeginChange)),
+            std::tuple(keys[0], Modified::kKeyChanged, 1u));
+  EXPECT_EQ(rec.only(Kind::kChanged).at(0).curves, std::vector<TparamCurve*>{&curve});
+  TparamCurve empty(/*isFloat=*/false);  // an empty curve: nothing at all
+  rec.listenTo(empty);
+  rec.log.clear();
+  empty.markDirty();
+  EXPECT_TRUE(rec.log.empty());
+
   const auto counts = [&] {
     return std::tuple(rec.count(Kind::kModified), rec.count(Kind::kChanged),
                       rec.count(Help::kHelpUpdate));
@@ -183,35 +184,6 @@ TEST_F(ChangeScope, FileInputAndSilencedHookStopKeyMessages) {
   internal::setMessagesSilenced(true);
   curve.markDirty();
   EXPECT_EQ(counts(), std::tuple(1u, 3u, 4u));
-}
-
-TEST_F(ChangeScope, MarkDirtySendsKeyChangedForTheFirstKeyOnly) {
-  curve.markDirty();
-  const auto sent = rec.only(Kind::kModified);
-  ASSERT_EQ(sent.size(), 1u);
-  EXPECT_EQ(std::tuple(sent[0].key, sent[0].messageType, rec.count(Help::kHelpBeginChange)),
-            std::tuple(keys[0], Modified::kKeyChanged, 1u));
-  EXPECT_EQ(rec.only(Kind::kChanged).at(0).curves, std::vector<TparamCurve*>{&curve});
-  TparamCurve empty(/*isFloat=*/false);  // an empty curve: nothing at all
-  rec.listenTo(empty);
-  rec.log.clear();
-  empty.markDirty();
-  EXPECT_TRUE(rec.log.empty());
-}
-
-TEST_F(ChangeScope, AddDeleteMessageIsBuiltOnlyForListeners) {
-  // rec listens for modified messages only.
-  Access::sendAddDeleteMessage(curve, keys[1], false);
-  EXPECT_EQ(rec.count(Kind::kAddDelete), 0u);
-
-  TmessageRecorder keyWatcher;
-  keyWatcher.listenTo(curve, TkeyframeAddDeleteMsgTmeta);
-  Access::sendAddDeleteMessage(curve, keys[1], false);
-  Access::sendAddDeleteMessage(curve, keys[1], true);
-  const auto sent = keyWatcher.only(Kind::kAddDelete);
-  ASSERT_EQ(sent.size(), 2u);
-  EXPECT_EQ(std::tuple(sent[0].key, sent[0].added, sent[1].added, rec.count(Kind::kAddDelete)),
-            std::tuple(keys[1], false, true, 0u));
 }
 
 }  // namespace

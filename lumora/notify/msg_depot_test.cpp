@@ -19,6 +19,7 @@ namespace {
 using Access = TparamCurveTestAccess;
 using Kind = TrecordedMsg::Tkind;
 using Help = TparamCurveHelperMsg;
+using Lists = std::vector<std::vector<TparamCurve*>>;
 
 // One complete outermost change scope on `c`.
 void change(TparamCurve& c) {
@@ -28,56 +29,25 @@ void change(TparamCurve& c) {
 
 // --- Message classes ------------------------------------------------------------
 
-TEST(ParamCurveMsgs, RecordsNameTheirClassAndParent) {
-  const std::tuple<Tmetaclass*, const char*, Tmetaclass*> rows[] = {
-      {TparamCurveModifiedMsgTmeta, "TparamCurveModifiedMsg", TserverMsgTmeta},
-      {TparamCurveChangedMsgTmeta, "TparamCurveChangedMsg", TserverModifiedMsgTmeta},
-      {TparamCurveHelperMsgTmeta, "TparamCurveHelperMsg", TserverMsgTmeta},
-      {TkeyframeAddDeleteMsgTmeta, "TkeyframeAddDeleteMsg", TserverMsgTmeta},
-      {TkeyframeMovedMsgTmeta, "TkeyframeMovedMsg", TserverMsgTmeta},
-  };
-  for (const auto& [record, name, parent] : rows) {
-    ASSERT_NE(record, nullptr) << name;
-    EXPECT_STREQ(record->name(), name);
-    EXPECT_EQ(record->parent(), parent) << name;
-  }
-}
-
-TEST(ParamCurveMsgs, CastAnswersOwnRecordAndParents) {
+TEST(ParamCurveMsgs, CastAndConstructFollowTheClassTree) {
   TparamCurveChangedMsg changed;
   void* const self = &changed;
-  EXPECT_EQ(changed.typeof(), TparamCurveChangedMsgTmeta);
-  EXPECT_EQ(std::tuple(changed.cast(TparamCurveChangedMsgTmeta),
+  EXPECT_EQ(std::tuple(changed.typeof(), changed.cast(TparamCurveChangedMsgTmeta),
                        changed.cast(TserverModifiedMsgTmeta), changed.cast(TserverMsgTmeta),
                        changed.cast(TparamCurveHelperMsgTmeta), changed.cast(nullptr)),
-            std::tuple(self, self, self, nullptr, nullptr));
+            std::tuple(TparamCurveChangedMsgTmeta, self, self, self, nullptr, nullptr));
+  // A modified-curve message is not a modified-server message; a move is not an add/delete.
   TparamCurveModifiedMsg modified(nullptr, TparamCurveModifiedMsg::kKeyAdded);
-  EXPECT_EQ(modified.cast(TparamCurveModifiedMsgTmeta), &modified);
-  EXPECT_EQ(modified.cast(TserverModifiedMsgTmeta), nullptr);  // not a modified-server message
   TkeyframeMovedMsg moved(TtimeValue(1.0f), TtimeValue(2.0f), 3);
-  EXPECT_EQ(std::tuple(moved.cast(TkeyframeMovedMsgTmeta), moved.cast(TkeyframeAddDeleteMsgTmeta),
-                       moved.toTime(), moved.moveOption()),
-            std::tuple(static_cast<void*>(&moved), nullptr, TtimeValue(2.0f), 3));
-}
+  EXPECT_EQ(std::tuple(modified.cast(TserverModifiedMsgTmeta), moved.cast(TkeyframeMovedMsgTmeta),
+                       moved.cast(TkeyframeAddDeleteMsgTmeta)),
+            std::tuple(nullptr, static_cast<void*>(&moved), nullptr));
 
-TEST(ParamCurveMsgs, OnlyTheChangedMessageCanBeConstructedByRecord) {
+  // Only the changed-curves message can be made from its record.
   std::unique_ptr<TparamCurveChangedMsg> made(
       TparamCurveChangedMsg::construct(TparamCurveChangedMsgTmeta));
-  ASSERT_NE(made, nullptr);
-  EXPECT_EQ(std::tuple(made->typeof(), made->curves()),
-            std::tuple(TparamCurveChangedMsgTmeta, nullptr));
-  // Through the parent's construct, too.
-  std::unique_ptr<TserverModifiedMsg> viaParent(
-      TserverModifiedMsg::construct(TparamCurveChangedMsgTmeta));
-  EXPECT_EQ(viaParent ? viaParent->typeof() : nullptr, TparamCurveChangedMsgTmeta);
-
-  EXPECT_EQ(TparamCurveChangedMsg::construct(nullptr), nullptr);
-  EXPECT_EQ(TparamCurveChangedMsg::construct(TserverModifiedMsgTmeta), nullptr);
+  EXPECT_EQ(made ? made->typeof() : nullptr, TparamCurveChangedMsgTmeta);
   EXPECT_EQ(TparamCurveModifiedMsg::construct(TparamCurveModifiedMsgTmeta), nullptr);
-  EXPECT_EQ(TparamCurveModifiedMsg::construct(TparamCurveChangedMsgTmeta), nullptr);
-  EXPECT_EQ(TparamCurveHelperMsg::construct(TparamCurveHelperMsgTmeta), nullptr);
-  EXPECT_EQ(TkeyframeAddDeleteMsg::construct(TkeyframeAddDeleteMsgTmeta), nullptr);
-  EXPECT_EQ(TkeyframeMovedMsg::construct(TkeyframeMovedMsgTmeta), nullptr);
 }
 
 TEST(ParamCurveMsgs, ChangedMessagesNeverMergeAndCopyTakeTheList) {
@@ -92,39 +62,18 @@ TEST(ParamCurveMsgs, ChangedMessagesNeverMergeAndCopyTakeTheList) {
             std::tuple(&list, &list));
 }
 
-TEST(ParamCurveMsgs, HelperStateSettersTouchOneBitThroughConstReference) {
-  const TparamCurveHelperMsg q(Help::kHelpProcedural, true);
-  EXPECT_TRUE(q.stateFlags() == 1u && q.markConnectionsDirtyState());
-  q.creatingReferenceObjectState(true);
-  EXPECT_EQ(q.stateFlags(), 5u);
-  q.creatingProceduralObjectState(true);
-  q.markConnectionsDirtyState(false);
-  EXPECT_EQ(q.stateFlags(), 6u);
-  q.creatingReferenceObjectState(false);
-  EXPECT_EQ(std::tuple(q.stateFlags(), q.creatingProceduralObjectState(),
-                       q.creatingReferenceObjectState()),
-            std::tuple(2u, true, false));
-  TparamCurveHelperMsg copy(q);
-  EXPECT_EQ(std::tuple(copy.stateFlags(), copy.helpRequest()),
-            std::tuple(2u, Help::kHelpProcedural));
-  copy.helpRequest(Help::kHelpReference);
-  EXPECT_EQ(copy.helpRequest(), Help::kHelpReference);
-  EXPECT_EQ(TparamCurveHelperMsg(Help::kHelpUpdate, false).stateFlags(), 0u);
-}
-
 // --- The depot -----------------------------------------------------------------
 
 class MsgDepot : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(depot().delayCount(), 0u);
-    ASSERT_FALSE(depot().updatesSuspended());
-    ASSERT_TRUE(depot().changedCurves().empty());
+    ASSERT_TRUE(depot().delayCount() == 0 && !depot().updatesSuspended() &&
+                depot().changedCurves().empty());
     rec.listenGlobally();
   }
   static TparamCurveMsgDepot& depot() { return TparamCurve::globalMsgDepot(); }
-  std::vector<std::vector<TparamCurve*>> changedLists() const {
-    std::vector<std::vector<TparamCurve*>> out;
+  Lists changedLists() const {
+    Lists out;
     for (const TrecordedMsg& m : rec.only(Kind::kChanged)) out.push_back(m.curves);
     return out;
   }
@@ -134,32 +83,17 @@ class MsgDepot : public ::testing::Test {
   TmessageRecorder rec;
 };
 
-// The message's list is the depot's own, filled for the send and emptied after it.
-TEST_F(MsgDepot, SendsAtOnceFromItsOwnList) {
-  struct Tspy : Tclient {
-    const TparamCurvePtrArray* seen = nullptr;
-    unsigned countDuringSend = 0;
-  } spy;
-  TparamCurve::addGlobalClient(&spy, [](Tclient* c, TclientServer*, const TserverMsg& m) {
-    auto* s = static_cast<Tspy*>(c);
-    s->seen = static_cast<const TparamCurveChangedMsg&>(m).curves();
-    s->countDuringSend = s->seen->count();
-  });
-  change(a);
-  change(b);
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&a}, {&b}}));
-  EXPECT_EQ(std::tuple(spy.seen, spy.countDuringSend, depot().changedCurves().count(),
-                       depot().pendingFlag()),
-            std::tuple(&depot().changedCurves(), 1u, 0u, 0u));
-}
-
 TEST_F(MsgDepot, DelayedCurvesGoOutTogetherInFirstChangeOrder) {
   TparamCurve::delayMessages();
   TparamCurve::delayMessages();
   change(b);
   change(a);
   change(b);  // listed once
-  EXPECT_EQ(rec.count(Kind::kChanged), 0u);
+  {
+    TparamCurve doomed(true);  // destroyed while listed: it takes itself out
+    change(doomed);
+  }
+  depot().removeChangedCurve(nullptr);
   TparamCurve::resumeMessagesAndUpdate();
   EXPECT_EQ(rec.count(Kind::kChanged), 0u);  // still one level of delay
   EXPECT_EQ(depot().changedCurves().count(), 2u);
@@ -167,7 +101,7 @@ TEST_F(MsgDepot, DelayedCurvesGoOutTogetherInFirstChangeOrder) {
   EXPECT_TRUE(depot().changedCurves().empty());
   TparamCurve::delayMessages();  // nothing gathered: nothing sent
   TparamCurve::resumeMessagesAndUpdate();
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&b, &a}}));
+  EXPECT_EQ(changedLists(), (Lists{{&b, &a}}));
 }
 
 TEST_F(MsgDepot, UnmatchedResumeWrapsAndKeepsMessagesDelayed) {
@@ -180,7 +114,7 @@ TEST_F(MsgDepot, UnmatchedResumeWrapsAndKeepsMessagesDelayed) {
   EXPECT_EQ(depot().delayCount(), 0u);
   TparamCurve::delayMessages();
   TparamCurve::resumeMessagesAndUpdate();
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&a}}));
+  EXPECT_EQ(changedLists(), (Lists{{&a}}));
 }
 
 TEST_F(MsgDepot, SuspendedChangesAreLostNotDeferred) {
@@ -188,8 +122,9 @@ TEST_F(MsgDepot, SuspendedChangesAreLostNotDeferred) {
   change(a);
   EXPECT_TRUE(depot().changedCurves().empty());
   EXPECT_TRUE(TparamCurve::suspendUpdates(false));
-  change(b);
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&b}}));
+  change(b);  // recording again: each change goes out at once, alone
+  change(a);
+  EXPECT_EQ(changedLists(), (Lists{{&b}, {&a}}));
 
   // Lost even when the suspension ends while messages are delayed.
   TparamCurve::delayMessages();
@@ -197,7 +132,7 @@ TEST_F(MsgDepot, SuspendedChangesAreLostNotDeferred) {
   change(a);
   TparamCurve::suspendUpdates(false);
   TparamCurve::resumeMessagesAndUpdate();
-  EXPECT_EQ(rec.count(Kind::kChanged), 1u);
+  EXPECT_EQ(rec.count(Kind::kChanged), 2u);
 }
 
 TEST_F(MsgDepot, RemoveGlobalClientLeavesTheHelperRegistration) {
@@ -212,19 +147,6 @@ TEST_F(MsgDepot, RemoveGlobalClientLeavesTheHelperRegistration) {
   rec.log.clear();
   change(a);
   EXPECT_TRUE(rec.log.empty());
-}
-
-TEST_F(MsgDepot, DestroyedCurveCanBeDroppedFromTheGatheredList) {
-  TparamCurve::delayMessages();
-  {
-    TparamCurve doomed(true);
-    change(doomed);
-    change(a);
-    depot().removeChangedCurve(&doomed);
-  }
-  depot().removeChangedCurve(nullptr);
-  TparamCurve::resumeMessagesAndUpdate();
-  EXPECT_EQ(changedLists(), (std::vector<std::vector<TparamCurve*>>{{&a}}));
 }
 
 TEST(NotifyModule, StopTellsDepotClientsAndRestartRestoresRecords) {
