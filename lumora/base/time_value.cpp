@@ -83,19 +83,19 @@ bool TtimeValue::operator<(const TtimeValue& o) const {
 }
 
 TtimeValue TtimeValue::operator+(const TtimeValue& o) const {
-  if (fIsAnimTime && o.fIsAnimTime) return TanimTime(fValue.ticks + o.fValue.ticks);
+  if (fIsAnimTime && o.fIsAnimTime) return TanimTime(fValue.ticks) + TanimTime(o.fValue.ticks);
   if (isNeither() && o.isNeither()) return {};
   return TtimeValue(inSeconds() + o.inSeconds());
 }
 
 TtimeValue TtimeValue::operator-(const TtimeValue& o) const {
-  if (fIsAnimTime && o.fIsAnimTime) return TanimTime(fValue.ticks - o.fValue.ticks);
+  if (fIsAnimTime && o.fIsAnimTime) return TanimTime(fValue.ticks) - TanimTime(o.fValue.ticks);
   if (isNeither() && o.isNeither()) return {};
   return TtimeValue(inSeconds() - o.inSeconds());
 }
 
 TtimeValue TtimeValue::operator-() const {
-  if (fIsAnimTime) return TanimTime(-fValue.ticks);
+  if (fIsAnimTime) return -TanimTime(fValue.ticks);
   if (fIsFloat) return TtimeValue(-fValue.seconds);
   return {};
 }

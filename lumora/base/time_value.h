@@ -16,6 +16,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <limits>
 
 #include "lumora/base/export.h"
 
@@ -66,11 +67,24 @@ class LUMORA_API TanimTime {
   /// Seconds through the single-precision factor, as curves convert.
   float inSeconds() const { return static_cast<float>(fTicks) * kSecondsPerTick; }
 
-  constexpr TanimTime operator+(TanimTime o) const { return TanimTime(fTicks + o.fTicks); }
-  constexpr TanimTime operator-(TanimTime o) const { return TanimTime(fTicks - o.fTicks); }
+  /// Sums and differences saturate at minTime and maxTime instead of wrapping.
+  constexpr TanimTime operator+(TanimTime o) const {
+    return saturated(std::int64_t{fTicks} + o.fTicks);
+  }
+  constexpr TanimTime operator-(TanimTime o) const {
+    return saturated(std::int64_t{fTicks} - o.fTicks);
+  }
+  constexpr TanimTime operator-() const { return saturated(-std::int64_t{fTicks}); }
   constexpr auto operator<=>(const TanimTime&) const = default;
 
  private:
+  static constexpr TanimTime saturated(std::int64_t ticks) {
+    constexpr std::int64_t kLow = std::numeric_limits<std::int32_t>::min();
+    constexpr std::int64_t kHigh = std::numeric_limits<std::int32_t>::max();
+    return TanimTime(
+        static_cast<std::int32_t>(ticks < kLow ? kLow : (ticks > kHigh ? kHigh : ticks)));
+  }
+
   std::int32_t fTicks = 0;
 };
 
@@ -118,6 +132,7 @@ class LUMORA_API TtimeValue {
   bool operator<=(const TtimeValue& o) const { return !(o < *this); }
   bool operator>=(const TtimeValue& o) const { return !(*this < o); }
 
+  /// Two tick times give a tick time (saturating); otherwise float seconds.
   TtimeValue operator+(const TtimeValue& o) const;
   TtimeValue operator-(const TtimeValue& o) const;
   TtimeValue operator-() const;

@@ -3,68 +3,70 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
+#include <tuple>
+#include <vector>
 
 namespace lumora {
 namespace {
 
-TEST(TanimTime, SecondsAreSixThousandTicks) {
-  TanimTime t;
-  t.setValue(1.5, TtimeUnitSystem::kSeconds);
-  EXPECT_EQ(t.inTicks(), 9000);
-  EXPECT_DOUBLE_EQ(t.valueInThisUnit(TtimeUnitSystem::kSeconds), 1.5);
-  EXPECT_DOUBLE_EQ(t.valueInThisUnit(TtimeUnitSystem::kFilm), 36.0);
-  EXPECT_DOUBLE_EQ(t.valueInThisUnit(TtimeUnitSystem::kTicks), 9000.0);
+TEST(TanimTime, ConvertsRoundsAndSaturates) {
+  const auto ticks = [](double amount, TtimeUnitSystem unit) {
+    TanimTime t(77);
+    t.setValue(amount, unit);
+    return t.inTicks();
+  };
+  const auto kSeconds = TtimeUnitSystem::kSeconds, kPastEnd = static_cast<TtimeUnitSystem>(13);
+  // 1799.9994 ticks round up, -1799.9994 down; NaN and unknown units give 0.
+  EXPECT_EQ(std::vector<std::int32_t>({ticks(1.5, kSeconds), ticks(0.2999999, kSeconds),
+                                       ticks(-0.2999999, kSeconds), ticks(1e12, kSeconds),
+                                       ticks(-1e12, TtimeUnitSystem::kHours),
+                                       ticks(std::nan(""), kSeconds), ticks(1.0, kPastEnd)}),
+            (std::vector<std::int32_t>{9000, 1800, -1800, TanimTime::maxTime.inTicks(),
+                                       TanimTime::minTime.inTicks(), 0, 0}));
+  const TanimTime t(9000);
+  EXPECT_EQ(
+      std::vector<double>({t.valueInThisUnit(kSeconds), t.valueInThisUnit(TtimeUnitSystem::kFilm),
+                           t.valueInThisUnit(TtimeUnitSystem::kTicks),
+                           t.valueInThisUnit(static_cast<TtimeUnitSystem>(-1))}),
+      (std::vector<double>{1.5, 36.0, 9000.0, 0.0}));
   EXPECT_EQ(TtimeValue(TanimTime(6000)).inSeconds(), 1.0f);
 }
 
-TEST(TanimTime, ConversionRoundsAndSaturates) {
-  TanimTime t;
-  t.setValue(0.3f, TtimeUnitSystem::kSeconds);  // 1799.99995 ticks in float
-  EXPECT_EQ(t.inTicks(), 1800);
-  t.setValue(1e12, TtimeUnitSystem::kSeconds);
-  EXPECT_EQ(t, TanimTime::maxTime);
-  t.setValue(-1e12, TtimeUnitSystem::kHours);
-  EXPECT_EQ(t, TanimTime::minTime);
-  t.setValue(std::nan(""), TtimeUnitSystem::kSeconds);
-  EXPECT_EQ(t.inTicks(), 0);
-  t.setValue(1.0, static_cast<TtimeUnitSystem>(99));
-  EXPECT_EQ(t.inTicks(), 0);
-  EXPECT_EQ(TanimTime(5).valueInThisUnit(static_cast<TtimeUnitSystem>(-1)), 0.0);
-}
-
-TEST(TtimeValue, KindsAndNeither) {
-  TtimeValue v;
-  EXPECT_TRUE(v.isNeither());
-  EXPECT_EQ(v.inSeconds(), 0.0f);
-  EXPECT_EQ(v.asAnimTime().inTicks(), 0);
-  v.setTicks(12000);
-  EXPECT_TRUE(v.isAnimTime());
-  EXPECT_FALSE(v.isFloat());
-  EXPECT_EQ(v.inSeconds(), 2.0f);
-  v.setFloat(0.5f);
-  EXPECT_TRUE(v.isFloat());
-  EXPECT_EQ(v.asAnimTime().inTicks(), 3000);
+TEST(TtimeValue, NeitherAndConversionsBetweenKinds) {
+  EXPECT_EQ(std::tuple(TtimeValue().inSeconds(), TtimeValue().asAnimTime().inTicks()),
+            std::tuple(0.0f, 0));
+  EXPECT_EQ(TtimeValue(0.0003f).asAnimTime().inTicks(), 2);  // 1.8 ticks
   EXPECT_EQ(TtimeValue(), TtimeValue());
   EXPECT_NE(TtimeValue(), TtimeValue(0.5f));
 }
 
 TEST(TtimeValue, ComparisonsWithinAndAcrossKinds) {
-  const TtimeValue a(TanimTime(100)), b(TanimTime(200));
+  // Too close to tell apart in float seconds, but ticks compare exactly.
+  const TtimeValue a(TanimTime(100000000)), b(TanimTime(100000001));
   EXPECT_TRUE(a < b && a <= b && b > a && b >= a && a != b);
-  const TtimeValue f(1.0f), g(1.0000001f);
-  EXPECT_TRUE(f < g);  // same kind: exact, no tolerance
+  EXPECT_TRUE(TtimeValue(1.0f) < TtimeValue(1.0000001f) &&
+              TtimeValue(1.0f) != TtimeValue(1.0000001f));
   EXPECT_TRUE(TtimeValue(TanimTime(6000)) == TtimeValue(1.0f));
 }
 
 TEST(TtimeValue, Arithmetic) {
   const TtimeValue a(TanimTime(9000)), b(TanimTime(3000));
   EXPECT_EQ((a + b).asAnimTime().inTicks(), 12000);
-  EXPECT_TRUE((a - b).isAnimTime());
+  EXPECT_TRUE((a - b).isAnimTime());  // ticks with ticks stay ticks
   EXPECT_EQ((a - b).asAnimTime().inTicks(), 6000);
-  EXPECT_EQ(a / b, 3.0f);
-  EXPECT_EQ(a / TtimeValue(TanimTime(0)), 0.0f);
+  EXPECT_EQ(std::tuple(a / b, a / TtimeValue(TanimTime(0))), std::tuple(3.0f, 0.0f));
   EXPECT_EQ((a * 0.5f).asAnimTime().inTicks(), 4500);
   EXPECT_EQ((-a).asAnimTime().inTicks(), -9000);
+  // Tick sums saturate instead of wrapping round (or overflowing).
+  const TtimeValue max(TanimTime::maxTime), min(TanimTime::minTime), one(TanimTime(1));
+  EXPECT_EQ(std::vector<std::int32_t>(
+                {(max + one).asAnimTime().inTicks(), (min - one).asAnimTime().inTicks(),
+                 (-min).asAnimTime().inTicks(), (max - min).asAnimTime().inTicks(),
+                 (TanimTime::minTime + TanimTime(-5)).inTicks()}),
+            (std::vector<std::int32_t>{TanimTime::maxTime.inTicks(), TanimTime::minTime.inTicks(),
+                                       TanimTime::maxTime.inTicks(), TanimTime::maxTime.inTicks(),
+                                       TanimTime::minTime.inTicks()}));
   const TtimeValue mixed = a - TtimeValue(0.25f);
   EXPECT_TRUE(mixed.isFloat());
   EXPECT_FLOAT_EQ(mixed.inSeconds(), 1.25f);
