@@ -57,7 +57,9 @@ class LUMORA_API Tarray {
   /// Copies the elements; the copy's capacity equals its count. If the
   /// allocation fails the copy is empty (use assign() to see the failure).
   Tarray(const Tarray& other);
-  /// Copies as the copy constructor does; on failure this array is unchanged.
+  /// Copies the elements (and the element size); a block already large enough
+  /// is reused, so the capacity may exceed the count, as with std::vector.
+  /// On failure this array is unchanged.
   Tarray& operator=(const Tarray& other);
   /// Takes over the block; `other` is left empty with its element size.
   Tarray(Tarray&& other) noexcept;
