@@ -125,6 +125,9 @@ class LUMORA_API TtimeValue {
   /// Seconds of either kind: ticks use the single-precision factor 1/6000.
   float inSeconds() const;
 
+  /// Ticks compare with ticks and floats with floats exactly; times of
+  /// different kinds compare through their seconds, the neither time
+  /// counting as 0 s.
   bool operator==(const TtimeValue& o) const;
   bool operator!=(const TtimeValue& o) const { return !(*this == o); }
   bool operator<(const TtimeValue& o) const;
