@@ -22,16 +22,31 @@ Tkeyframe* key(TparamCurve& c, float t, double v, float inX, float inY, float ou
   return k;
 }
 
-TEST(TparamCurveEvaluate, FlatTwoKeySegment) {
+// Flat keys (1 s, 2) and (3 s, 10): the midpoint is exactly 6.
+void flatPair(TparamCurve& c) {
+  key(c, 1.0f, 2.0, 1, 0, 1, 0);
+  key(c, 3.0f, 10.0, 1, 0, 1, 0);
+}
+
+TEST(TparamCurveEvaluate, FlatSpanConstantEndsNanAndStaticCurves) {
   for (bool ticks : {false, true}) {
     TparamCurve c(!ticks);
-    c.setIsWeighted(false);
-    key(c, 0.0f, 0.0, 1, 0, 1, 0);
-    key(c, 2.0f, 10.0, 1, 0, 1, 0);
-    EXPECT_EQ(c.evaluate(0.0f), 0.0);
-    EXPECT_EQ(c.evaluate(2.0f), 10.0);
-    EXPECT_NEAR(c.evaluate(1.0f), 5.0, 1e-9);
-    EXPECT_NEAR(c.evaluate(TtimeValue(1.0f)), 5.0, 1e-9);
+    flatPair(c);
+    EXPECT_EQ(c.evaluate(-10.0f), 2.0);
+    EXPECT_EQ(c.evaluate(3.0f), 10.0);
+    EXPECT_NEAR(c.evaluate(2.0f), 6.0, 1e-9);
+    EXPECT_NEAR(c.evaluate(TtimeValue(2.0f)), 6.0, 1e-9);
+    // After the end the cache stays on the first span.
+    EXPECT_EQ(c.evaluate(10.0f), 10.0);
+    EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 0u);
+    EXPECT_EQ(TparamCurveTestAccess::cachedKey(c), c.keyframe(0));
+    c.evaluate(1.5f);
+    const int interval = TparamCurveTestAccess::cachedInterval(c);
+    EXPECT_TRUE(std::isnan(c.evaluate(std::nanf(""))));
+    EXPECT_TRUE(std::isnan(c.evaluate(TtimeValue(std::nanf("")))));
+    EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), interval);
+    c.setStaticCurve(true);
+    EXPECT_EQ(c.evaluate(2.0f), 2.0);
   }
 }
 
@@ -52,15 +67,14 @@ TEST(TparamCurveEvaluate, WeightedHandlesAtOneThirdMatchNonWeighted) {
 
 TEST(TparamCurveEvaluate, KeyTimesReturnKeyValuesWithoutLoadingASegment) {
   TparamCurve c(true);
-  key(c, 0.0f, 1.0, 1, 0, 1, 0);
-  key(c, 1.0f, 2.0, 1, 0, 1, 0);
-  key(c, 2.0f, 3.0, 1, 0, 1, 0);
-  EXPECT_EQ(c.evaluate(1.0f), 2.0);
+  flatPair(c);
+  key(c, 4.0f, 3.0, 1, 0, 1, 0);
+  EXPECT_EQ(c.evaluate(3.0f), 10.0);
   EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), -1);
   EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 1u);
-  EXPECT_EQ(c.evaluate(2.0f), 3.0);  // the next key, found from the cache
+  EXPECT_EQ(c.evaluate(4.0f), 3.0);  // the next key, found from the cache
   EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 2u);
-  EXPECT_EQ(c.evaluate(1.0f), 2.0);  // the previous key
+  EXPECT_EQ(c.evaluate(3.0f), 10.0);  // the previous key
   EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 1u);
   EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), -1);
 }
@@ -82,28 +96,6 @@ TEST(TparamCurveEvaluate, StepAndLinearSpans) {
   EXPECT_EQ(mid->interpMethod(), Tkeyframe::kSpanCurve);
 }
 
-TEST(TparamCurveEvaluate, ConstantInfinitiesAndTheCacheAfterTheEnd) {
-  TparamCurve c(true);
-  key(c, 1.0f, 2.0, 1, 0, 1, 0);
-  key(c, 2.0f, 5.0, 1, 0, 1, 0);
-  EXPECT_EQ(c.evaluate(-10.0f), 2.0);
-  EXPECT_EQ(c.evaluate(1.5f), 3.5);
-  EXPECT_EQ(c.evaluate(10.0f), 5.0);
-  EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 0u);
-  EXPECT_EQ(TparamCurveTestAccess::cachedKey(c), c.keyframe(0));
-}
-
-TEST(TparamCurveEvaluate, NanTimeLeavesTheCacheAlone) {
-  TparamCurve c(true);
-  key(c, 0.0f, 0.0, 1, 0, 1, 0);
-  key(c, 1.0f, 1.0, 1, 0, 1, 0);
-  c.evaluate(0.5f);
-  const int interval = TparamCurveTestAccess::cachedInterval(c);
-  EXPECT_TRUE(std::isnan(c.evaluate(std::nanf(""))));
-  EXPECT_TRUE(std::isnan(c.evaluate(TtimeValue(std::nanf("")))));
-  EXPECT_EQ(TparamCurveTestAccess::cachedInterval(c), interval);
-}
-
 TEST(TparamCurveEvaluate, CacheWalkAgreesWithFreshEvaluation) {
   // Sampling forward, backward and at random must give exactly what a curve
   // with an empty cache gives, for every span kind.
@@ -116,11 +108,10 @@ TEST(TparamCurveEvaluate, CacheWalkAgreesWithFreshEvaluation) {
     t += 0.25f + 0.125f * static_cast<float>(i % 4);
   }
   std::vector<float> times;
-  for (int i = -20; i < 1000; ++i) times.push_back(static_cast<float>(i) * 0.0173f);
   std::vector<double> expected;
-  for (float s : times) {
-    TparamCurve fresh(c);
-    expected.push_back(fresh.evaluate(s));
+  for (int i = -20; i < 1000; ++i) {
+    times.push_back(static_cast<float>(i) * 0.0173f);
+    expected.push_back(TparamCurve(c).evaluate(times.back()));
   }
   for (std::size_t i = 0; i < times.size(); ++i) EXPECT_EQ(c.evaluate(times[i]), expected[i]);
   for (std::size_t i = times.size(); i-- > 0;) EXPECT_EQ(c.evaluate(times[i]), expected[i]);
@@ -167,14 +158,6 @@ TEST(TparamCurveEvaluate, HostsBuiltForMultiplyAddGetTheLibrarysBits) {
   }
 }
 #endif
-
-TEST(TparamCurveEvaluate, StaticCurveReturnsTheFirstValue) {
-  TparamCurve c(true);
-  key(c, 0.0f, 4.0, 1, 1, 1, 1);
-  key(c, 1.0f, 9.0, 1, 1, 1, 1);
-  c.setStaticCurve(true);
-  EXPECT_EQ(c.evaluate(0.5f), 4.0);
-}
 
 }  // namespace
 }  // namespace lumora

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <string>
+#include <utility>
 
 #include "lumora/base/debug_output.h"
 #include "lumora/base/server_msg.h"
@@ -13,9 +15,26 @@ namespace lumora {
 namespace {
 
 // Inserts keys straight into the key array, bypassing tangent computation.
+void putKeys(TparamCurve& c, std::initializer_list<float> times) {
+  for (float t : times) {
+    ASSERT_GE(TparamCurveTestAccess::arrayInsert(c, new Tkeyframe(c.makeTimeValue(t), t)), 0);
+  }
+  c.setStaticCurve(false);
+}
 void putKey(TparamCurve& c, Tkeyframe* key) {
   ASSERT_GE(TparamCurveTestAccess::arrayInsert(c, key), 0);
   c.setStaticCurve(false);
+}
+
+// (found, index) after find() or incrementalFind() with the index starting at `hint`.
+std::pair<bool, unsigned> findAt(const TparamCurve& c, TtimeValue t) {
+  unsigned i = 99;
+  const bool found = c.find(t, i);
+  return {found, i};
+}
+std::pair<bool, unsigned> findFrom(const TparamCurve& c, float t, unsigned hint, bool forward) {
+  const bool found = c.incrementalFind(TtimeValue(t), hint, forward);
+  return {found, hint};
 }
 
 struct TmessageCounter : Tclient {
@@ -25,15 +44,9 @@ struct TmessageCounter : Tclient {
   }
 };
 
-TEST(TparamCurve, DefaultIsAnEmptyStaticTickCurve) {
+TEST(TparamCurve, EmptyCurveReadsAsNothing) {
   TparamCurve c;
   EXPECT_TRUE(c.isAnimTime());
-  EXPECT_FALSE(c.isFloat());
-  EXPECT_EQ(c.keyframeCount(), 0u);
-  EXPECT_TRUE(c.staticCurve());
-  EXPECT_EQ(c.getRotationInterpolation(), TparamCurve::kEuler);
-  EXPECT_EQ(c.preInfinityType(), TparamCurve::kConstant);
-  EXPECT_FALSE(c.isEdit());
   EXPECT_EQ(c.keyframe(0), nullptr);
   EXPECT_TRUE(c.timeValue(0u).isNeither());
   EXPECT_EQ(c.seconds(3u), 0.0f);
@@ -58,83 +71,54 @@ TEST(TparamCurve, TimesOfBothKinds) {
 }
 
 TEST(TparamCurve, FindIsTolerantOnFloatCurvesOnly) {
-  TparamCurve f(true);
-  for (float t : {0.0f, 1.0f, 2.0f}) putKey(f, new Tkeyframe(t, t));
-  unsigned i = 99;
-  EXPECT_TRUE(f.find(TtimeValue(1.000005f), i));
-  EXPECT_EQ(i, 1u);
-  EXPECT_FALSE(f.find(TtimeValue(1.5f), i));
-  EXPECT_EQ(i, 2u);
-  EXPECT_FALSE(f.find(TtimeValue(-1.0f), i));
-  EXPECT_EQ(i, 0u);
-  EXPECT_FALSE(f.find(TtimeValue(9.0f), i));
-  EXPECT_EQ(i, 3u);
-
-  TparamCurve t(false);
+  TparamCurve f(true), t(false), empty(true);
+  putKeys(f, {0.0f, 1.0f, 2.0f});
+  EXPECT_EQ(findAt(f, TtimeValue(1.000005f)), std::pair(true, 1u));
+  EXPECT_EQ(findAt(f, TtimeValue(1.5f)), std::pair(false, 2u));
+  EXPECT_EQ(findAt(f, TtimeValue(-1.0f)), std::pair(false, 0u));
+  EXPECT_EQ(findAt(f, TtimeValue(9.0f)), std::pair(false, 3u));
   putKey(t, new Tkeyframe(TanimTime(100), 0.0));
   putKey(t, new Tkeyframe(TanimTime(101), 0.0));
-  EXPECT_TRUE(t.find(TtimeValue(TanimTime(101)), i));
-  EXPECT_EQ(i, 1u);
-  EXPECT_FALSE(t.find(TtimeValue(TanimTime(102)), i));
-  EXPECT_EQ(i, 2u);
-
-  TparamCurve empty(true);
-  EXPECT_FALSE(empty.find(TtimeValue(1.0f), i));
-  EXPECT_EQ(i, 0u);
+  EXPECT_EQ(findAt(t, TtimeValue(TanimTime(101))), std::pair(true, 1u));
+  EXPECT_EQ(findAt(t, TtimeValue(TanimTime(102))), std::pair(false, 2u));
+  EXPECT_EQ(findAt(empty, TtimeValue(1.0f)), std::pair(false, 0u));
 }
 
 TEST(TparamCurve, IncrementalFindUsesAndChecksTheHint) {
   TparamCurve c(true);
-  for (float t : {0.0f, 1.0f, 2.0f, 3.0f}) putKey(c, new Tkeyframe(t, t));
-  unsigned i = 1;
-  EXPECT_TRUE(c.incrementalFind(TtimeValue(2.0f), i, true));
-  EXPECT_EQ(i, 2u);
-  i = 2;
-  EXPECT_TRUE(c.incrementalFind(TtimeValue(1.0f), i, false));
-  EXPECT_EQ(i, 1u);
-  i = 0;  // neighbour does not match: falls back to a full search
-  EXPECT_TRUE(c.incrementalFind(TtimeValue(3.0f), i, true));
-  EXPECT_EQ(i, 3u);
-  i = TparamCurve::kInvalidIndex;
-  EXPECT_FALSE(c.incrementalFind(TtimeValue(2.5f), i, true));
-  EXPECT_EQ(i, 3u);
+  putKeys(c, {0.0f, 1.0f, 2.0f, 3.0f});
+  EXPECT_EQ(findFrom(c, 2.0f, 1, true), std::pair(true, 2u));
+  EXPECT_EQ(findFrom(c, 1.0f, 2, false), std::pair(true, 1u));
+  // A neighbour that does not match falls back to a full search.
+  EXPECT_EQ(findFrom(c, 3.0f, 0, true), std::pair(true, 3u));
+  EXPECT_EQ(findFrom(c, 2.5f, TparamCurve::kInvalidIndex, true), std::pair(false, 3u));
 }
 
-TEST(TparamCurve, SeekKeyWithoutDeferredDeletion) {
+TEST(TparamCurve, SeekKeyWithAndWithoutDeferredDeletion) {
   TparamCurve c(true);
-  for (float t : {0.0f, 1.0f, 2.0f}) putKey(c, new Tkeyframe(t, t));
-  unsigned i = 1;
-  EXPECT_EQ(c.seekKey(i, 0), c.keyframe(1));
-  EXPECT_EQ(c.seekKey(i, 1), nullptr);  // direction 1 never advances
-  EXPECT_EQ(i, 1u);
-  EXPECT_EQ(c.seekKey(i, 2), c.keyframe(2));
-  EXPECT_EQ(i, 2u);
-  EXPECT_EQ(c.seekKey(i, 2), nullptr);
-  EXPECT_EQ(i, 3u);
-  EXPECT_EQ(c.seekKey(i, -1), c.keyframe(2));
-  i = 0;
-  EXPECT_EQ(c.seekKey(i, -1), nullptr);
-  EXPECT_EQ(i, 0u);
-}
+  putKeys(c, {0.0f, 1.0f, 2.0f, 3.0f, 4.0f});
+  // (key found, index after) seeking from `start` in `direction`.
+  const auto seek = [&c](unsigned start, int direction) {
+    Tkeyframe* k = c.seekKey(start, direction);
+    return std::pair(k, start);
+  };
+  const auto at = [&c](unsigned i) { return c.keyframe(i); };
+  Tkeyframe* const none = nullptr;
+  EXPECT_EQ(seek(1, 0), std::pair(at(1), 1u));
+  EXPECT_EQ(seek(1, 1).first, nullptr);  // direction 1 never advances
+  EXPECT_EQ(seek(1, 2), std::pair(at(2), 2u));
+  EXPECT_EQ(seek(4, 2), std::pair(none, 5u));
+  EXPECT_EQ(seek(5, -1).first, at(4));
+  EXPECT_EQ(seek(0, -1), std::pair(none, 0u));
 
-TEST(TparamCurve, SeekKeyWithDeferredDeletion) {
-  TparamCurve c(true);
-  for (float t : {0.0f, 1.0f, 2.0f, 3.0f, 4.0f}) putKey(c, new Tkeyframe(t, t));
   c.keyframe(1)->setToBeDeleted(true);
   TparamCurveTestAccess::setDeferredDeletion(c, true);
   EXPECT_EQ(c.keyframeCount(), 4u);
-  unsigned i = 1;
-  EXPECT_EQ(c.seekKey(i, 0), c.keyframe(2));  // logical 1 is physical 2
-  EXPECT_EQ(i, 2u);
-  i = 0;
-  EXPECT_EQ(c.seekKey(i, 1), c.keyframe(2));  // skips the deleted key
-  EXPECT_EQ(i, 2u);
-  i = 2;
-  EXPECT_EQ(c.seekKey(i, -1), c.keyframe(0));
-  i = 3;
-  EXPECT_EQ(c.seekKey(i, 1), nullptr);  // n - 1 reached
-  i = 4;
-  EXPECT_EQ(c.seekKey(i, 0), nullptr);
+  EXPECT_EQ(seek(1, 0), std::pair(at(2), 2u));  // logical 1 is physical 2
+  EXPECT_EQ(seek(0, 1), std::pair(at(2), 2u));  // skips the deleted key
+  EXPECT_EQ(seek(2, -1).first, at(0));
+  EXPECT_EQ(seek(3, 1).first, nullptr);  // n - 1 reached
+  EXPECT_EQ(seek(4, 0).first, nullptr);
 }
 
 TEST(TparamCurve, SetValueClampsAndSkipsNoChange) {
@@ -159,7 +143,7 @@ TEST(TparamCurve, SetValueClampsAndSkipsNoChange) {
 
 TEST(TparamCurve, SetTimeChecksOrderButKeepsTheTime) {
   TparamCurve c(true);
-  for (float t : {0.0f, 1.0f, 2.0f}) putKey(c, new Tkeyframe(t, t));
+  putKeys(c, {0.0f, 1.0f, 2.0f});
   EXPECT_TRUE(c.setTime(1, TtimeValue(1.5f)));
   EXPECT_EQ(c.seconds(1u), 1.5f);
   EXPECT_FALSE(c.setTime(1, TtimeValue(2.5f)));
@@ -173,12 +157,10 @@ TEST(TparamCurve, SetTimeChecksOrderButKeepsTheTime) {
 }
 
 TEST(TparamCurve, NoUpdateRescalesTicksOnly) {
-  TparamCurve f(true);
+  TparamCurve f(true), t(false);
   putKey(f, new Tkeyframe(1.0f, 0.0));
   f.noUpdate(TtimeUnitSystem::kFilm, TtimeUnitSystem::kNtsc);
   EXPECT_EQ(f.seconds(0u), 1.0f);
-
-  TparamCurve t(false);
   for (int ticks : {250, 500, 751}) putKey(t, new Tkeyframe(TanimTime(ticks), 0.0));
   t.noUpdate(TtimeUnitSystem::kFilm, TtimeUnitSystem::kNtsc);  // 250 -> 200 ticks a frame
   EXPECT_EQ(t.keyframe(0)->timeAsTicks(), 200);
@@ -190,22 +172,20 @@ TEST(TparamCurve, NoUpdateRescalesTicksOnly) {
 
 TEST(TparamCurve, CopiesAreIndependentAndUnselected) {
   TparamCurve c(true);
-  putKey(c, new Tkeyframe(0.0f, 1.0));
-  putKey(c, new Tkeyframe(1.0f, 2.0));
+  putKeys(c, {0.0f, 1.0f});
   c.keyframe(0)->setActive(TbitField32(TpickKey::kPickKey), true);
   c.setPostInfinityType(TparamCurve::kCycle);
   TmessageCounter counter;
   c.addClient(&counter, TserverMsgTmeta, &TmessageCounter::onMessage);
 
   TparamCurve copy(c);
-  EXPECT_TRUE(copy.isFloat());
   ASSERT_EQ(copy.keyframeCount(), 2u);
   EXPECT_NE(copy.keyframe(0), c.keyframe(0));
   EXPECT_FALSE(copy.keyframe(0)->isKeyframeActive());
   EXPECT_EQ(copy.postInfinityType(), TparamCurve::kCycle);
   EXPECT_EQ(copy.clientCount(), 0u);
   copy.setValue(1, 7.0);
-  EXPECT_EQ(c.keyframe(1)->value(), 2.0);
+  EXPECT_EQ(c.keyframe(1)->value(), 1.0);
 
   TparamCurve assigned(false);
   assigned = copy;
@@ -215,17 +195,14 @@ TEST(TparamCurve, CopiesAreIndependentAndUnselected) {
 }
 
 TEST(TparamCurve, DebugOutputFormat) {
-  TparamCurve c(true);
+  TparamCurve c(true), t(false);
   putKey(c, new Tkeyframe(0.5f, 2.0));
   TstringDebugOutput out;
   c.debugOutput(out);
   EXPECT_TRUE(out.closed());
-  const std::string& text = out.text();
-  EXPECT_EQ(text.rfind("Param Curve 0x", 0), 0u);
-  EXPECT_NE(text.find(" : 1 float keysindex: 0\t time: 0.500000\t value: 2.000000\n"),
+  EXPECT_EQ(out.text().rfind("Param Curve 0x", 0), 0u);
+  EXPECT_NE(out.text().find(" : 1 float keysindex: 0\t time: 0.500000\t value: 2.000000\n"),
             std::string::npos);
-
-  TparamCurve t(false);
   putKey(t, new Tkeyframe(TanimTime(6000), -1.0));
   TstringDebugOutput ticks;
   t.debugOutput(ticks);
@@ -240,9 +217,7 @@ TEST(TparamCurve, SiblingsAndRotationModes) {
   TparamCurve* y = &c;
   TparamCurve* z = &c;
   EXPECT_FALSE(c.getSiblingRotationCurves(&x, &y, &z, false));
-  EXPECT_EQ(x, &c);
-  EXPECT_EQ(y, nullptr);
-  EXPECT_EQ(z, nullptr);
+  EXPECT_EQ((std::array{x, y, z}), (std::array<TparamCurve*, 3>{&c, nullptr, nullptr}));
 
   static TparamCurve* siblings[3];
   TparamCurve a(true), b(true);
@@ -261,17 +236,10 @@ TEST(TparamCurve, SiblingsAndRotationModes) {
   EXPECT_EQ(c.TDNparamCurve(), &host);
   EXPECT_TRUE(c.getSiblingRotationCurves(&x, &y, &z, true));
   EXPECT_EQ(y, &a);
-
-  EXPECT_TRUE(TparamCurve::isRotationInterpolationValid(3));
   EXPECT_FALSE(TparamCurve::isRotationInterpolationValid(0));
-  EXPECT_TRUE(TparamCurve::isEulerAngled(2));
-  EXPECT_FALSE(TparamCurve::isEulerAngled(3));
-  EXPECT_TRUE(TparamCurve::rotationInterpolationRequiresSyncronisation(2));
-  EXPECT_FALSE(TparamCurve::rotationInterpolationRequiresSyncronisation(1));
 
   // Quaternion curves share their infinity settings with their siblings.
   c.setRotationInterpolation(TparamCurve::kQuaternion);
-  EXPECT_EQ(c.getRotationInterpolation(), TparamCurve::kQuaternion);
   c.setPostInfinityType(TparamCurve::kOscillate);
   EXPECT_EQ(a.postInfinityType(), TparamCurve::kOscillate);
   EXPECT_EQ(b.postInfinityType(), TparamCurve::kOscillate);

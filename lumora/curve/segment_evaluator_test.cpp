@@ -20,10 +20,8 @@ constexpr double kThird = 0.3333333333333333;
 // third of each tangent away from its key.
 void loadSpan(TsegmentEvaluator& ev, double t0, double y0, float outX, float outY, double t3,
               double y3, float inX, float inY) {
-  double x1 = t0 + outX * kThird;
-  double y1 = y0 + outY * kThird;
-  double x2 = t3 - inX * kThird;
-  double y2 = y3 - inY * kThird;
+  double x1 = t0 + outX * kThird, y1 = y0 + outY * kThird;
+  double x2 = t3 - inX * kThird, y2 = y3 - inY * kThird;
   ev.setSegment(t0, y0, x1, y1, x2, y2, t3, y3, /*keepFirst=*/true);
 }
 
@@ -68,23 +66,6 @@ TEST(ThermiteSegmentEvaluator, ZeroLengthHandleIsVerticalUpwards) {
     ev.splitSegment(0.5, kx, ky, ox, oy, px, py, nx, ny);
     EXPECT_EQ((std::array{px, py}),
               (std::array{0.0001f, static_cast<float>(5729577.948511148 * double{0.0001f})}));
-  }
-}
-
-TEST(TbezierSegmentEvaluator, SpanLongHandlesMatchHermite) {
-  // t0, y0, out slope, t3, y3, in slope.
-  const double rows[][6] = {
-      {0, 0, 0, 1, 1, 0}, {1, 2, 2.5, 3, -1, 1.5}, {-2, 10, -8, 0.5, 10, 3.2}};
-  for (const auto& r : rows) {
-    const double h = r[3] - r[0];
-    const auto f = [](double v) { return static_cast<float>(v); };
-    TbezierSegmentEvaluator weighted(true);
-    loadSpan(weighted, r[0], r[1], f(h), f(r[2] * h), r[3], r[4], f(h), f(r[5] * h));
-    ThermiteSegmentEvaluator plain(true);
-    loadSpan(plain, r[0], r[1], 1.0f, f(r[2]), r[3], r[4], 1.0f, f(r[5]));
-    for (double t = r[0]; t <= r[3]; t += h / 40) {
-      EXPECT_NEAR(weighted.evaluate(t), plain.evaluate(t), 1e-5) << r[0] << " " << t;
-    }
   }
 }
 
@@ -184,7 +165,7 @@ TEST(SegmentEvaluator, ExtremesOfAnOvershootingSegment) {
 
 TEST(SegmentEvaluator, ValueBoundsWidenToTheControlPolygon) {
   ThermiteSegmentEvaluator ev(true);
-  double lo = 0.0, hi = 1.0;
+  double lo = 0.0, hi = 1.0;  // widened, never narrowed
   ev.segmentValueBounds(0.5, -2.0, 0.75, 0.25, lo, hi);
   EXPECT_EQ((std::array{lo, hi}), (std::array{-2.0, 1.0}));
   ev.segmentValueBounds(0.5, 0.5, 4.0, 0.5, lo, hi);

@@ -49,8 +49,8 @@ bool nearlyEqual(float a, float b) {
 }
 
 std::unique_ptr<TsegmentEvaluator> evaluator(bool weighted) {
-  if (weighted) return std::make_unique<TbezierSegmentEvaluator>(true);
-  return std::make_unique<ThermiteSegmentEvaluator>(true);
+  return weighted ? std::unique_ptr<TsegmentEvaluator>(new TbezierSegmentEvaluator(true))
+                  : std::unique_ptr<TsegmentEvaluator>(new ThermiteSegmentEvaluator(true));
 }
 
 TEST(TangentRules, SingleKey) {
@@ -74,8 +74,7 @@ TEST(TangentRules, SingleKey) {
       k->setTanIn(1.0f, 1.0f).setTanOut(out.first, out.second);
       ev->computeTangents(nullptr, k.get(), nullptr);
       EXPECT_TRUE(tans(*k, out, out));
-      EXPECT_EQ(k->tanInType(), type);
-      EXPECT_EQ(k->tanOutType(), type);
+      EXPECT_EQ(std::pair(k->tanInType(), k->tanOutType()), std::pair(type, type));
     }
   }
 }
@@ -144,8 +143,8 @@ TEST(TangentRules, NeighbourRulesGiveExactTangents) {
     k->setTanIn(5.0f, 5.0f).setTanOut(7.0f, 7.0f);
     ev->computeTangents(r.pt < 0 ? nullptr : p.get(), k.get(), r.nt < 0 ? nullptr : n.get());
     EXPECT_TRUE(tans(*k, r.tanIn, r.tanOut)) << "row " << &r - rules;
-    EXPECT_EQ(k->tanInType(), r.in);  // the rule leaves the types alone
-    EXPECT_EQ(k->tanOutType(), r.out);
+    // The rule leaves the types alone.
+    EXPECT_EQ(std::pair(k->tanInType(), k->tanOutType()), std::pair(r.in, r.out)) << &r - rules;
   }
   KeyPtr p = makeKey(0.0f, 0.0), n = makeKey(4.0f, 3.0);
   evaluator(true)->computeTangents(p.get(), nullptr, n.get());  // no key: nothing to do

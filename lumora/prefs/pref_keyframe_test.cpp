@@ -14,42 +14,37 @@ std::string commandOf(const TprefKeyframe& pref) {
   return out.c_str();
 }
 
-TEST(TprefKeyframe, DefaultCommand) {
-  const TprefKeyframe pref;
-  EXPECT_EQ(pref.itemType(), 201);
-  EXPECT_EQ(pref.flags(), 17u);
-  EXPECT_EQ(commandOf(pref),
+TEST(TprefKeyframe, CommandNamesTheTypesItKnows) {
+  const TprefKeyframe defaults;
+  EXPECT_EQ(defaults.flags(), 17u);
+  EXPECT_EQ(commandOf(defaults),
             "keyTangent -global -inTangentType spline -outTangentType spline "
             "-weightedTangents false;");
-}
-
-TEST(TprefKeyframe, CommandForOtherSettings) {
-  TprefKeyframe pref;
-  pref.setWeightedTangents(true);
-  pref.setInTangentType(kTangentFlat);
-  pref.setOutTangentType(kTangentStep);
-  EXPECT_EQ(commandOf(pref),
-            "keyTangent -global -inTangentType flat -outTangentType step -weightedTangents true;");
-}
-
-TEST(TprefKeyframe, UnnamedTypesWriteNothing) {
-  TprefKeyframe pref;
-  pref.setInTangentType(kTangentSmooth);
-  EXPECT_EQ(commandOf(pref),
-            "keyTangent -global -inTangentType -outTangentType spline -weightedTangents false;");
-  pref.setInTangentType(static_cast<TtangentType>(77));
-  pref.setOutTangentType(kTangentClampedSmooth);
-  EXPECT_EQ(commandOf(pref),
-            "keyTangent -global -inTangentType -outTangentType -weightedTangents false;");
-}
-
-TEST(TprefKeyframe, WritingAppends) {
-  const TprefKeyframe pref;
+  struct Row {
+    TtangentType in, out;
+    bool weighted;
+    const char* command;
+  } const rows[] = {
+      {kTangentFlat, kTangentStep, true,
+       "keyTangent -global -inTangentType flat -outTangentType step -weightedTangents true;"},
+      // Types without a name in the command write nothing after the flag.
+      {kTangentSmooth, kTangentSpline, false,
+       "keyTangent -global -inTangentType -outTangentType spline -weightedTangents false;"},
+      {static_cast<TtangentType>(77), kTangentClampedSmooth, false,
+       "keyTangent -global -inTangentType -outTangentType -weightedTangents false;"},
+  };
+  for (const Row& r : rows) {
+    TprefKeyframe pref;
+    pref.setWeightedTangents(r.weighted);
+    pref.setInTangentType(r.in);
+    pref.setOutTangentType(r.out);
+    EXPECT_EQ(commandOf(pref), r.command);
+  }
+  // Writing appends to what the string holds.
   Tstring out("x");
-  pref.writeAsCommand(out);
-  pref.writeAsCommand(out);
-  const std::string one = commandOf(pref);
-  EXPECT_EQ(std::string(out.c_str()), "x" + one + one);
+  defaults.writeAsCommand(out);
+  defaults.writeAsCommand(out);
+  EXPECT_EQ(std::string(out.c_str()), "x" + commandOf(defaults) + commandOf(defaults));
 }
 
 TEST(TprefKeyframe, RegisteredAtStartAsItem201) {
@@ -57,8 +52,8 @@ TEST(TprefKeyframe, RegisteredAtStartAsItem201) {
   ASSERT_TRUE(TglobalPrefMgr::global().getPrefItem(201, item));
   ASSERT_NE(item, nullptr);
   ASSERT_NE(TprefKeyframeTmeta, nullptr);
+  EXPECT_EQ(item->itemType(), 201);
   EXPECT_TRUE(item->typeof()->istype(TprefKeyframeTmeta));
-  EXPECT_TRUE(item->typeof()->istype(TpreferenceItemTmeta));
   EXPECT_STREQ(TprefKeyframeTmeta->name(), "TprefKeyframe");
   EXPECT_EQ(item->cast(TprefKeyframeTmeta), static_cast<void*>(item));
   EXPECT_EQ(TprefKeyframe::construct(nullptr), nullptr);
