@@ -228,6 +228,15 @@ TtimeValue TparamCurve::maxTimeValue() const {
 
 namespace {
 
+// Asks for the cache line at `p` without waiting for it.
+inline void prefetch(const void* p) {
+#if defined(__GNUC__)
+  __builtin_prefetch(p);
+#else
+  static_cast<void>(p);
+#endif
+}
+
 // Binary search of the keys: `order` tells whether the probe comes before (<0),
 // after (>0) or at (0) a key. Found: true and the key's index; not found:
 // false and the insertion position.
@@ -238,6 +247,13 @@ bool searchKeys(const TkeyArray& array, Order order, unsigned& index) {
   std::int64_t high = static_cast<std::int64_t>(array.count()) - 1;
   while (low <= high) {
     const std::int64_t mid = (low + high) >> 1;
+    // Keys live apart from the array, so each step misses the cache on its
+    // key. Requesting both keys the next step may read, before this one is
+    // compared, overlaps those misses with the comparison.
+    const std::int64_t nextIfBefore = (low + mid - 1) >> 1;
+    const std::int64_t nextIfAfter = (mid + 1 + high) >> 1;
+    if (nextIfBefore >= low) prefetch(keys[nextIfBefore]);
+    if (nextIfAfter <= high) prefetch(keys[nextIfAfter]);
     const int where = order(*keys[mid]);
     if (where < 0) {
       high = mid - 1;
