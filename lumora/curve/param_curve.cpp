@@ -1,5 +1,6 @@
 // TparamCurve: construction, flags, key storage and lookup.
 #include "lumora/curve/param_curve.h"
+#include "lumora/notify/param_curve_msgs.h"
 
 #include <cfloat>
 #include <cmath>
@@ -92,26 +93,28 @@ TsegmentEvaluator* TparamCurve::makeEvaluator(bool weighted) const {
 }
 
 void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
+  // The curve lets go of its keys before anyone hears of them: a client that
+  // reads the curve from a key-removed message sees it already empty, and
+  // every key it is told about is still alive during its message.
   TkeyArray* array = keyArray();
   const bool ticks = fTickKeys != nullptr;
-  if (array && deleteKeys) {
-    for (unsigned i = 0; i < array->count(); ++i) {
-      Tkeyframe* key = array->at(i);
-      // The key object is gone for good (no undo record keeps it), so handles
-      // registered on this curve must stop trusting their pointer to it.
-      sendAddDeleteMessage(key, /*added=*/false);
-      notifyClientsOfChange(key, 1);
-      delete key;
-    }
-  }
-  delete array;
   fFloatKeys = fTickKeys = nullptr;
-  if (recreate && array) {
-    (ticks ? fTickKeys : fFloatKeys) = new TkeyArray(ticks);
-  }
+  if (recreate && array) (ticks ? fTickKeys : fFloatKeys) = new TkeyArray(ticks);
   setStaticCurve(true);
   invalidateCache(-1);
   if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(-1);
+  if (array && deleteKeys) {
+    const unsigned n = array->count();
+    for (unsigned i = 0; i < n; ++i) {
+      Tkeyframe* key = array->at(i);
+      sendAddDeleteMessage(key, /*added=*/false);
+      notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyRemoved);
+    }
+    // Deleted only after the last message, so that no message, and no client
+    // reading the keys it was told about, meets a freed key.
+    for (unsigned i = 0; i < n; ++i) delete array->at(i);
+  }
+  delete array;
 }
 
 // --- Rotation interpolation and siblings --------------------------------------------

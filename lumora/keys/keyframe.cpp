@@ -13,9 +13,39 @@
 #include "lumora/prefs/internal/prefs_module.h"
 #include "lumora/prefs/pref_keyframe.h"
 
+// Under AddressSanitizer a key handed back to the pool is poisoned until the
+// pool hands it out again, so that a read of a deleted key is reported even
+// though its memory stays with the pool.
+#if defined(__SANITIZE_ADDRESS__)
+#define LUMORA_POISON_KEYS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define LUMORA_POISON_KEYS 1
+#endif
+#endif
+#ifdef LUMORA_POISON_KEYS
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace lumora {
 
 namespace {
+
+void poisonKey(void* p) {
+#ifdef LUMORA_POISON_KEYS
+  ASAN_POISON_MEMORY_REGION(p, sizeof(Tkeyframe));
+#else
+  (void)p;
+#endif
+}
+
+void unpoisonKey(void* p) {
+#ifdef LUMORA_POISON_KEYS
+  ASAN_UNPOISON_MEMORY_REGION(p, sizeof(Tkeyframe));
+#else
+  (void)p;
+#endif
+}
 
 // Bit of each tangent type in the in-side group (bits 0..9); the out side uses
 // the same layout shifted by 11.
@@ -216,7 +246,11 @@ void* Tkeyframe::operator new(std::size_t size) {
   TcompactArena* pool = internal::keyPool();
   void* p = nullptr;
   if (pool && !TpureArena::sPurifyInUse) p = pool->allocate(size, alignof(Tkeyframe));
-  if (!p) p = std::malloc(size);
+  if (p) {
+    unpoisonKey(p);
+    return p;
+  }
+  p = std::malloc(size);
   if (!p) throw std::bad_alloc();
   return p;
 }
@@ -224,7 +258,11 @@ void* Tkeyframe::operator new(std::size_t size) {
 void Tkeyframe::operator delete(void* p) noexcept {
   if (!p) return;
   TcompactArena* pool = internal::keyPool();
+  // Poisoned before the pool takes it back: the pool never reads a slot, and
+  // may hand an emptied page back to the system allocator.
+  poisonKey(p);
   if (pool && pool->deallocate(p)) return;
+  unpoisonKey(p);
   std::free(p);  // a block taken from malloc while a memory checker was in use
 }
 

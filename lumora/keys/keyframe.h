@@ -29,6 +29,7 @@
 #include "lumora/base/bit_field.h"
 #include "lumora/base/export.h"
 #include "lumora/base/time_value.h"
+#include "lumora/keys/key_watch.h"
 #include "lumora/keys/tangent_type.h"
 #include "lumora/select/pick_key.h"
 
@@ -80,7 +81,10 @@ class LUMORA_API Tkeyframe {
   /// Copies everything but the destination's own selection bits and deletion
   /// mark; the quaternion-Euler cache pointer is reset to null.
   Tkeyframe& operator=(const Tkeyframe& other);
-  ~Tkeyframe() = default;
+  /// Tells the watches of this key object (see key_watch.h) that it is gone.
+  ~Tkeyframe() {
+    if (fWatchSlot != 0) TkeyWatch::keyDying(this);
+  }
 
   /// Keys come from the "Keys" pool; with TpureArena::sPurifyInUse set they
   /// come from plain malloc so memory checkers can see each block.
@@ -197,6 +201,8 @@ class LUMORA_API Tkeyframe {
   void updateGlobalTangentTypes(TtangentType in, TtangentType out);
 
  private:
+  friend class TkeyWatch;
+
   static constexpr std::uint32_t kActiveMask =
       (1u << kBitKeyActive) | (1u << kBitInTangentActive) | (1u << kBitOutTangentActive);
 
@@ -215,6 +221,9 @@ class LUMORA_API Tkeyframe {
   TbitField32 fFlags;
   float* fQuaternionEulerCache = nullptr;
   float fQuaternionW = 1.0f;
+  // Which list of watches this object has (key_watch.cpp), 0 for none. It
+  // belongs to the object, not to its state: copies and assignment leave it.
+  std::uint32_t fWatchSlot = 0;
 };
 
 }  // namespace lumora

@@ -28,7 +28,9 @@ Tkeyframe* keyAtTime(const TparamCurve& curve, const TtimeValue& time) {
 // --- TkeyframeHandleData ---------------------------------------------------------
 
 TkeyframeHandleData::TkeyframeHandleData(TparamCurve* curve, Tkeyframe* key, bool valid)
-    : fFlags(valid ? kValid : 0u), fCurve(curve), fKeyframe(key) {}
+    : fFlags(valid ? kValid : 0u), fCurve(curve) {
+  watch(key);
+}
 
 TkeyframeHandleData::~TkeyframeHandleData() {
   if (isRegistered() && fCurve != nullptr) fCurve->removeClient(this);
@@ -52,9 +54,19 @@ void TkeyframeHandleData::keyAddedOrDeleted(Tclient* client, TclientServer* /*se
   // cast() only inspects the message.
   const auto* notice = static_cast<const TkeyframeAddDeleteMsg*>(
       const_cast<TserverMsg&>(msg).cast(TkeyframeAddDeleteMsgTmeta));
-  if (notice == nullptr || data->fKeyframe == nullptr) return;
-  if (notice->keyframe() != data->fKeyframe) return;
+  if (notice == nullptr || data->keyframe() == nullptr) return;
+  if (notice->keyframe() != data->keyframe()) return;
   data->setFlag(kValid, notice->added());
+}
+
+void TkeyframeHandleData::keyDeleted(Tkeyframe* /*key*/) {
+  // The key is gone for good, so the record names nothing from now on; it
+  // leaves the curve too, as nothing there concerns it any more (and an
+  // unregistered record could not otherwise tell when the curve goes).
+  if (isRegistered() && fCurve != nullptr) fCurve->removeClient(this);
+  setFlag(kRegistered, false);
+  setFlag(kValid, false);
+  fCurve = nullptr;
 }
 
 void TkeyframeHandleData::curveDeleted(Tclient* client, TclientServer* /*server*/,
@@ -131,7 +143,7 @@ void TkeyframeHandle::ensureUniqueData() {
   }
   if (fData->fRefCount <= 1) return;
   auto* own =
-      new (std::nothrow) TkeyframeHandleData(fData->fCurve, fData->fKeyframe, fData->isValid());
+      new (std::nothrow) TkeyframeHandleData(fData->fCurve, fData->keyframe(), fData->isValid());
   if (own == nullptr) return;  // keeps sharing rather than losing the key
   --fData->fRefCount;
   fData = own;
@@ -147,15 +159,7 @@ void TkeyframeHandle::removeData() {
 
 Tkeyframe* TkeyframeHandle::liveKey() const {
   if (fData == nullptr || fData->fCurve == nullptr) return nullptr;
-  return fData->fKeyframe;
-}
-
-Tkeyframe* TkeyframeHandle::readableKey() const {
-  // A registered record that heard its key leave the curve cannot know
-  // whether an undo record still keeps the key object or it was deleted, so
-  // it does not read it. An unregistered record cannot know it left at all.
-  if (fData != nullptr && fData->isRegistered() && !fData->isValid()) return nullptr;
-  return liveKey();
+  return fData->keyframe();
 }
 
 Tkeyframe* TkeyframeHandle::keyframe() const {
@@ -171,12 +175,12 @@ bool TkeyframeHandle::isValid() const {
 }
 
 double TkeyframeHandle::value() const {
-  const Tkeyframe* key = readableKey();
+  const Tkeyframe* key = liveKey();
   return key != nullptr ? key->value() : 0.0;
 }
 
 float TkeyframeHandle::seconds() const {
-  const Tkeyframe* key = readableKey();
+  const Tkeyframe* key = liveKey();
   if (key == nullptr) return 0.0f;
   if (fData->fCurve->isAnimTime()) {
     return static_cast<float>(key->timeAsTicks()) * TanimTime::kSecondsPerTick;
@@ -186,7 +190,7 @@ float TkeyframeHandle::seconds() const {
 }
 
 TtimeValue TkeyframeHandle::timeValue() const {
-  const Tkeyframe* key = readableKey();
+  const Tkeyframe* key = liveKey();
   if (key == nullptr) return TtimeValue();
   if (fData->fCurve->isAnimTime()) return TtimeValue(key->timeAsAnimTime());
   if (fData->fCurve->isFloat()) return TtimeValue(key->timeAsFloat());
@@ -199,21 +203,24 @@ const TtimeValue& TkeyframeHandle::timeValueRef() const {
 }
 
 unsigned TkeyframeHandle::index() const {
-  if (readableKey() == nullptr) return kInvalidIndex;
+  if (liveKey() == nullptr) return kInvalidIndex;
   unsigned found = 0;
+  // A key kept by an undo record is not in the curve, though another key may
+  // sit at its time.
   if (!fData->fCurve->find(timeValue(), found)) return kInvalidIndex;
+  if (fData->fCurve->keyframe(found) != fData->keyframe()) return kInvalidIndex;
   return found;
 }
 
 bool TkeyframeHandle::getTanIn(float& x, float& y) const {
-  const Tkeyframe* key = readableKey();
+  const Tkeyframe* key = liveKey();
   if (key == nullptr) return false;
   key->getTanIn(x, y);
   return true;
 }
 
 bool TkeyframeHandle::getTanOut(float& x, float& y) const {
-  const Tkeyframe* key = readableKey();
+  const Tkeyframe* key = liveKey();
   if (key == nullptr) return false;
   key->getTanOut(x, y);
   return true;
@@ -222,7 +229,7 @@ bool TkeyframeHandle::getTanOut(float& x, float& y) const {
 bool TkeyframeHandle::operator==(const TkeyframeHandle& other) const {
   if (fData == other.fData) return true;
   if (fData == nullptr || other.fData == nullptr) return false;
-  return fData->fKeyframe == other.fData->fKeyframe && fData->fCurve == other.fData->fCurve &&
+  return fData->keyframe() == other.fData->keyframe() && fData->fCurve == other.fData->fCurve &&
          fData->isValid() == other.fData->isValid();
 }
 

@@ -14,13 +14,19 @@
 //  * A handle hears of removals only once registered (makeClient true, or
 //    makeClient() later). An unregistered handle keeps whatever validity it
 //    had.
-//  * The key object of an invalid handle may live on in an undo record, or
-//    may be gone. keyframe() still names it (for comparison); the queries
-//    that read the key (value, seconds, timeValue, index, tangents) give
-//    their neutral answers once a registered handle has heard it leave.
-//  * When the curve is destroyed, registered handles forget it and every
-//    query gives its neutral answer. An unregistered handle cannot know, and
-//    must not be used after its curve is gone.
+//  * A removed key object usually lives on inside the undo record of its
+//    removal. While it does, a handle keeps answering from it (value,
+//    seconds, timeValue, tangents) although isValid() is false and index()
+//    finds nothing; when undo puts it back, the handle is valid again.
+//  * Every handle, registered or not, hears when its key object is deleted
+//    (by an unrecorded removal, by the undo record that held it, or with its
+//    curve). From then on the handle names nothing: keyframe() and
+//    paramCurve() are null and every query gives its neutral answer. No
+//    query ever reads a deleted key.
+//  * When the curve is destroyed its keys go with it, so every handle to
+//    them becomes empty as above.
+//  * A handle copied from the one inside a key-removed message is already
+//    invalid: the key is on its way out of the curve.
 //  * timeValueRef() returns one process-wide scratch value: copy it.
 #pragma once
 
@@ -30,6 +36,7 @@
 #include "lumora/base/export.h"
 #include "lumora/base/ptr_array.h"
 #include "lumora/base/time_value.h"
+#include "lumora/keys/key_watch.h"
 
 namespace lumora {
 
@@ -42,9 +49,11 @@ class TkeyframeHandle;
 /// Listens (once registered) for TkeyframeAddDeleteMsg, whose `added` flag
 /// becomes the valid bit when the message names this record's key, and for
 /// the curve's destruction, after which the record has no curve and is
-/// neither valid nor registered. A registered record withdraws from the curve
-/// when destroyed. Neither pointer is owned.
-class LUMORA_API TkeyframeHandleData : public Tclient {
+/// neither valid nor registered. It always watches its key object: when the
+/// key is deleted the record withdraws from the curve and forgets both key
+/// and curve. A registered record withdraws from the curve when destroyed.
+/// Neither pointer is owned.
+class LUMORA_API TkeyframeHandleData : public Tclient, public TkeyWatch {
  public:
   /// Flag-word bit values.
   enum TflagBit : std::uint32_t {
@@ -65,11 +74,13 @@ class LUMORA_API TkeyframeHandleData : public Tclient {
   bool isValid() const { return (fFlags & kValid) != 0; }
   bool isRegistered() const { return (fFlags & kRegistered) != 0; }
   TparamCurve* curve() const { return fCurve; }
-  Tkeyframe* keyframe() const { return fKeyframe; }
+  Tkeyframe* keyframe() const { return watchedKey(); }
   std::uint32_t refCount() const { return fRefCount; }
 
  private:
   friend class TkeyframeHandle;
+
+  void keyDeleted(Tkeyframe* key) override;
 
   void setFlag(TflagBit bit, bool on) {
     fFlags = on ? (fFlags | bit) : (fFlags & ~static_cast<std::uint32_t>(bit));
@@ -82,7 +93,6 @@ class LUMORA_API TkeyframeHandleData : public Tclient {
 
   std::uint32_t fFlags = 0;
   TparamCurve* fCurve = nullptr;
-  Tkeyframe* fKeyframe = nullptr;
   std::uint32_t fRefCount = 1;
 };
 
@@ -125,9 +135,11 @@ class LUMORA_API TkeyframeHandle {
 
   Tkeyframe* keyframe() const;
   TparamCurve* paramCurve() const;
-  /// True when the key is in the curve, as last heard.
+  /// True when the key is in the curve, as last heard. A registered handle
+  /// hears every removal and return; every handle hears its key's deletion.
   bool isValid() const;
-  /// The key's value; 0.0 without a key.
+  /// The key's value, also while the key is kept by an undo record; 0.0
+  /// without a key.
   double value() const;
   /// The key's time in seconds (ticks x 0.00016666666f on a tick curve).
   float seconds() const;
@@ -136,9 +148,9 @@ class LUMORA_API TkeyframeHandle {
   /// Like timeValue(), but written to one process-wide scratch value that
   /// the next call overwrites.
   const TtimeValue& timeValueRef() const;
-  /// The key's current index, found by its time; kInvalidIndex when there is
-  /// no key or curve, when a registered handle heard the key leave, or when
-  /// the time is not in the curve. Never cached.
+  /// The key's current index, found by its time and checked to be this very
+  /// key object; kInvalidIndex when there is no key or curve, or when the key
+  /// is not in the curve. Never cached.
   unsigned index() const;
   /// The key's tangents; false (and x, y untouched) without a key.
   bool getTanIn(float& x, float& y) const;
@@ -152,6 +164,12 @@ class LUMORA_API TkeyframeHandle {
 
  private:
   friend class TkeyframeHandleTestAccess;
+  friend class TparamCurve;  // marks the handle of a key-removed message
+
+  /// Clears the valid bit of the shared record, for every copy.
+  void markInvalid() {
+    if (fData != nullptr) fData->setFlag(TkeyframeHandleData::kValid, false);
+  }
 
   /// Makes a record of its own for this handle (copy on write): a shared
   /// record is left to the other handles and this one gets an unregistered
@@ -162,11 +180,9 @@ class LUMORA_API TkeyframeHandle {
   void removeData();
   /// Takes a fresh record for `key` and registers it if asked.
   void adopt(TparamCurve* curve, Tkeyframe* key, bool makeClient);
-  /// The key when there is both a key and a curve; otherwise null.
+  /// The key when there is both a key and a curve; otherwise null. Never a
+  /// deleted key: the record forgets its key when the key is deleted.
   Tkeyframe* liveKey() const;
-  /// liveKey(), except null once a registered record heard its key leave the
-  /// curve: the key object may have been deleted since.
-  Tkeyframe* readableKey() const;
 
   TkeyframeHandleData* fData = nullptr;
 };

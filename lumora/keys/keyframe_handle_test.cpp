@@ -10,6 +10,7 @@
 #include "lumora/curve/param_curve_test_support.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/notify/message_recorder_test_support.h"
+#include "lumora/notify/param_curve_delta.h"
 #include "lumora/notify/param_curve_msgs.h"
 
 namespace lumora {
@@ -188,6 +189,113 @@ TEST_F(KeyframeHandle, ModifiedMessageHandleCanBeKept) {
   EXPECT_EQ(keeper.kept.keyframe(), keys[0]);
   removeNotice(keys[0]);
   EXPECT_FALSE(keeper.kept.isValid());
+}
+
+}  // namespace
+}  // namespace lumora
+
+namespace lumora {
+namespace {
+
+// A client that, during every key-removed message, reads the curve and keeps
+// a registered copy of the message's handle, as a view of the curve would.
+struct TremovalWatcher : Tclient {
+  std::vector<TkeyframeHandle> kept;
+  std::vector<unsigned> countsSeen;
+  std::vector<double> valuesSeen;
+
+  void listenTo(TparamCurve& curve) {
+    curve.addClient(this, TparamCurveModifiedMsgTmeta, &TremovalWatcher::heard);
+  }
+  static void heard(Tclient* c, TclientServer* server, const TserverMsg& m) {
+    auto* self = static_cast<TremovalWatcher*>(c);
+    const auto& msg = static_cast<const TparamCurveModifiedMsg&>(m);
+    if (msg.messageType() != TparamCurveModifiedMsg::kKeyRemoved) return;
+    auto* curve = static_cast<TparamCurve*>(server);
+    const unsigned n = curve->keyframeCount();
+    self->countsSeen.push_back(n);
+    for (unsigned i = 0; i < n; ++i) self->valuesSeen.push_back(curve->keyframe(i)->value());
+    self->valuesSeen.push_back(msg.keyframeHandle()->value());
+    self->kept.emplace_back(*msg.keyframeHandle(), /*makeClient=*/true);
+  }
+};
+
+TEST(KeyLifetime, HandleAnswersFromAKeyKeptByAnUndoRecordUntilItIsDeleted) {
+  TparamCurve curve(/*isFloat=*/true);
+  for (int i = 0; i < 3; ++i) curve.add(Tkeyframe(static_cast<float>(i), 10.0 * i));
+  float inX = 0.0f, inY = 0.0f;
+  curve.keyframe(1)->getTanIn(inX, inY);
+  TkeyframeHandle registered(&curve, 1u, /*makeClient=*/true);
+  const TkeyframeHandle unregistered(&curve, 1u);
+  auto action = std::make_unique<TparamCurveDeltaUser>();
+  action->beginParamCurveMod(curve);
+  curve.remove(1);
+  ASSERT_TRUE(action->endParamCurveMod(curve));
+
+  float x = 0.0f, y = 0.0f;
+  EXPECT_EQ(std::tuple(registered.isValid(), registered.index(), registered.value(),
+                       registered.seconds(), registered.getTanIn(x, y), x, y),
+            std::tuple(false, TkeyframeHandle::kInvalidIndex, 10.0, 1.0f, true, inX, inY));
+  EXPECT_EQ(unregistered.value(), 10.0);  // the key lives on, so reading it is safe
+  action->undoPC();
+  EXPECT_EQ(std::tuple(registered.isValid(), registered.index()), std::tuple(true, 1u));
+  action->redoPC();
+  action.reset();  // the record deletes the key it held
+  for (const TkeyframeHandle* h :
+       {static_cast<const TkeyframeHandle*>(&registered), &unregistered}) {
+    EXPECT_EQ(std::tuple(h->keyframe(), h->paramCurve(), h->isValid(), h->value(), h->index(),
+                         h->getTanIn(x, y)),
+              std::tuple(nullptr, nullptr, false, 0.0, TkeyframeHandle::kInvalidIndex, false));
+  }
+  EXPECT_EQ(curve.clientCount(), 0u);  // the registered record withdrew
+}
+
+TEST(KeyLifetime, CopyOfARemovalMessageHandleNeverReadsTheFreedKey) {
+  TparamCurve curve(/*isFloat=*/true);
+  for (int i = 0; i < 3; ++i) curve.add(Tkeyframe(static_cast<float>(i), 10.0 * i));
+  TremovalWatcher watcher;
+  watcher.listenTo(curve);
+  curve.remove(1);  // not recorded: the key is deleted at once
+  ASSERT_EQ(watcher.kept.size(), 1u);
+  const TkeyframeHandle& h = watcher.kept[0];
+  EXPECT_EQ(std::tuple(h.keyframe(), h.isValid(), h.value(), h.index()),
+            std::tuple(nullptr, false, 0.0, TkeyframeHandle::kInvalidIndex));
+}
+
+TEST(KeyLifetime, CopyTakenDuringARecordedRemovalIsInvalidButReadable) {
+  TparamCurve curve(/*isFloat=*/true);
+  for (int i = 0; i < 3; ++i) curve.add(Tkeyframe(static_cast<float>(i), 10.0 * i));
+  TremovalWatcher watcher;
+  watcher.listenTo(curve);
+  TparamCurveDeltaUser action;
+  action.beginParamCurveMod(curve);
+  curve.remove(2);
+  action.endParamCurveMod(curve);
+  const TkeyframeHandle& h = watcher.kept.at(0);
+  EXPECT_EQ(std::tuple(h.isValid(), h.value()), std::tuple(false, 20.0));
+  action.undoPC();  // the copy was registered during the send, so it hears the return
+  EXPECT_EQ(std::tuple(h.isValid(), h.index()), std::tuple(true, 2u));
+}
+
+TEST(KeyLifetime, RemovingAllKeysTellsOfEachKeyWhileItLivesAndTheCurveIsEmpty) {
+  auto curve = std::make_unique<TparamCurve>(/*isFloat=*/true);
+  for (int i = 0; i < 3; ++i) curve->add(Tkeyframe(static_cast<float>(i), 10.0 * i + 1.0));
+  TremovalWatcher watcher;
+  watcher.listenTo(*curve);
+  curve->removeAllKeys();
+  EXPECT_EQ(watcher.countsSeen, (std::vector<unsigned>{0, 0, 0}));
+  EXPECT_EQ(watcher.valuesSeen, (std::vector<double>{1.0, 11.0, 21.0}));
+  for (const TkeyframeHandle& h : watcher.kept) EXPECT_EQ(h.keyframe(), nullptr);
+
+  // The destructor goes the same way.
+  curve->add(Tkeyframe(5.0f, 7.0));
+  watcher.kept.clear();
+  const TkeyframeHandle unregistered(curve.get(), 0u);
+  curve.reset();
+  ASSERT_EQ(watcher.kept.size(), 1u);
+  EXPECT_EQ(std::tuple(watcher.kept[0].keyframe(), unregistered.keyframe(),
+                       unregistered.paramCurve(), unregistered.value()),
+            std::tuple(nullptr, nullptr, nullptr, 0.0));
 }
 
 }  // namespace

@@ -113,6 +113,9 @@ void TparamCurve::notifyClientsOfChange(Tkeyframe* key, int type) {
   const TparamCurveModifiedMsg msg(&handle,
                                    static_cast<TparamCurveModifiedMsg::TmessageType>(type));
   notifyClients(msg);
+  // The key is on its way out of the curve: a copy of the handle that a
+  // client took during the send must not read as valid once it is out.
+  if (type == TparamCurveModifiedMsg::kKeyRemoved) handle.markInvalid();
   if (fChangeDepth != 0 && !gModelUpdatesDisabled) disableAnimCurveModelUpdates();
 }
 
