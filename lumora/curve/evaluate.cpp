@@ -149,6 +149,7 @@ double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
     if (probe.at(next)) {
       fCachedKey = next;
       fCachedIndex = k + 1;
+      fitLoadedSpanToCache();
       return next->value();
     }
     if (probe.before(next)) return evaluateSpan(keys.at(k), next, k + 1, probe.seconds());
@@ -158,6 +159,7 @@ double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
     if (probe.at(prev)) {
       fCachedKey = prev;
       fCachedIndex = k - 1;
+      fitLoadedSpanToCache();
       return prev->value();
     }
   }
@@ -169,11 +171,13 @@ double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
     // key 0 here is deliberate: the next sample restarts from the beginning.
     fCachedKey = keys.at(0);
     fCachedIndex = 0;
+    fitLoadedSpanToCache();
     return keys.at(n - 1)->value();
   }
   if (!found && idx > 0) return evaluateSpan(keys.at(idx - 1), keys.at(idx), idx, probe.seconds());
   fCachedIndex = idx;
   fCachedKey = keys.at(idx);
+  fitLoadedSpanToCache();
   return fCachedKey ? fCachedKey->value() : 0.0;
 }
 
@@ -192,8 +196,7 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
     default:
       if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
       if (fCachedInterval == static_cast<std::int32_t>(end - 1)) {
-        fLoadedSpanStart = seconds(a);
-        fLoadedSpanEnd = seconds(b);
+        fitLoadedSpanToCache();
         constexpr std::uint16_t kBlockers =
             (1u << kFlagStatic) | (1u << kFlagDeferredDeletion) | (1u << kFlagWeighted);
         const bool plain =
@@ -203,6 +206,43 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
       }
       return fSegmentEvaluator->evaluate(t);
   }
+}
+
+// The walk reaches the loaded span straight from either of its own keys. From
+// any other cached key it takes the tolerant full search, which answers a
+// key's value for times that merely round to that key (within 1e-5 s on float
+// curves, within a tick on tick curves). So with the cache elsewhere, samples
+// are answered from the span only well clear of its ends; those near the ends
+// take the walk.
+void TparamCurve::fitLoadedSpanToCache() {
+  if (fCachedInterval < 0) return;
+  const auto start = static_cast<unsigned>(fCachedInterval);
+  const Tkeyframe* a = keyframe(start);
+  const Tkeyframe* b = keyframe(start + 1);
+  if (!a || !b) return;
+  const float t0 = seconds(a);
+  const float t1 = seconds(b);
+  if (fCachedIndex == start || fCachedIndex == start + 1) {
+    if (fLoadedSpanStart == t0 && fLoadedSpanEnd == t1) return;
+    fLoadedSpanStart = t0;
+    fLoadedSpanEnd = t1;
+  } else {
+    // Twice the tolerance, plus a few steps of float spacing for the
+    // roundings of the search (seconds to ticks, differences of floats).
+    const double tolerance = isAnimTime() ? 2.0 / 6000.0 : 2.0 * Tkeyframe::kTimeTolerance;
+    const double spacing = std::fmax(std::fabs(t0), std::fabs(t1)) * 0x1p-21;
+    const double margin = tolerance + spacing;
+    float lo = static_cast<float>(t0 + margin);
+    if (static_cast<double>(lo) < t0 + margin) lo = std::nextafter(lo, FLT_MAX);
+    float hi = static_cast<float>(t1 - margin);
+    if (static_cast<double>(hi) > t1 - margin) hi = std::nextafter(hi, -FLT_MAX);
+    if (!(lo < hi)) lo = hi = 0.0f;  // nothing left: every sample takes the walk
+    if (fLoadedSpanStart == lo && fLoadedSpanEnd == hi) return;
+    fLoadedSpanStart = lo;
+    fLoadedSpanEnd = hi;
+  }
+  // The looping image was cut from the range as it was.
+  forgetCycledSpan();
 }
 
 void TparamCurve::setInterpolationInterval(unsigned i) {

@@ -126,6 +126,59 @@ TEST(TparamCurveEvaluate, CacheWalkAgreesWithFreshEvaluation) {
   EXPECT_FALSE(c.evaluate(3, nullptr, batch.data()));
 }
 
+TEST(TparamCurveEvaluate, InlineSamplesNearKeysFollowTheWalk) {
+  // From a cache that points away from the loaded span, the walk takes the
+  // tolerant full search, which answers the value of a key that a time
+  // merely rounds to. The inline path must not answer from the span there.
+  for (const bool isFloat : {true, false}) {
+    TparamCurve c(isFloat);
+    for (int i = 0; i < 4; ++i) {
+      c.add(Tkeyframe(c.makeTimeValue(static_cast<float>(i)), i * i * 1.5, kTangentSpline,
+                      kTangentSpline));
+    }
+    c.evaluate(2.5f);  // loads the span from key 2 to key 3
+    c.evaluate(1.0f);  // an exact hit moves the cache to key 1
+    const float nearKey2 = isFloat ? 2.000005f : 2.00005f;
+    EXPECT_EQ(c.evaluate(nearKey2), 6.0) << isFloat;
+    EXPECT_EQ(TparamCurveTestAccess::cachedIndex(c), 2u) << isFloat;
+    EXPECT_EQ(TparamCurveTestAccess::cachedKey(c), c.keyframe(2)) << isFloat;
+  }
+}
+
+TEST(TparamCurveEvaluate, FloatAndTimeValueSamplesAgreeInBitsAndCache) {
+  // evaluate(TtimeValue) always takes the walk; evaluate(float) takes the
+  // inline shortcuts where it can. Twin curves sampled the two ways must
+  // agree on every value and on where the cache ends, near keys above all,
+  // inside the keys and in later periods of a cycle.
+  TparamCurve a(true);
+  float t = 0.0f;
+  for (int i = 0; i < 12; ++i) {
+    a.add(Tkeyframe(t, std::sin(i * 0.9) * 4.0, kTangentSpline, kTangentSpline));
+    t += i % 3 == 0 ? 1.0f : 0.375f;
+  }
+  a.setPostInfinityType(TparamCurve::kCycleRelative);
+  TparamCurve b(a);
+  const float last = a.seconds(a.keyframeCount() - 1);
+  std::uint32_t state = 12345;
+  const auto next = [&state] {
+    state = state * 1664525u + 1013904223u;
+    return state >> 8;
+  };
+  const float offsets[] = {0.0f, 4e-6f, -4e-6f, 1e-5f, -1e-5f, 1.5e-5f, -1.5e-5f, 3e-5f, 0.1f};
+  for (int i = 0; i < 20000; ++i) {
+    const unsigned k = next() % a.keyframeCount();
+    const float period = static_cast<float>(next() % 3) * last;
+    float s = a.seconds(k) + period + offsets[next() % 9];
+    if (next() % 4 == 0) s = static_cast<float>(next() % 100000) * (3.0f * last / 100000.0f);
+    const double va = a.evaluate(s);
+    const double vb = b.evaluate(TtimeValue(s));
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(va), std::bit_cast<std::uint64_t>(vb)) << s;
+    ASSERT_EQ(TparamCurveTestAccess::cachedIndex(a), TparamCurveTestAccess::cachedIndex(b)) << s;
+    ASSERT_EQ(TparamCurveTestAccess::cachedInterval(a), TparamCurveTestAccess::cachedInterval(b))
+        << s;
+  }
+}
+
 #if defined(__GNUC__) && defined(__x86_64__)
 // Samples in order, from code built for multiply-add instructions, as a host
 // compiled for a recent processor would.

@@ -422,6 +422,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
     forgetCycledSpan();
   }
   void forgetCycledSpan() { fCycledSpanLo = fCycledSpanHi = 0.0; }
+  /// Sets the range that inline sampling answers from the loaded span to
+  /// where the cache walk, from the cache's current key, would end in that
+  /// span too.
+  void fitLoadedSpanToCache();
   /// Lets later samples within `periods` periods after the last key skip the
   /// division of the cycle mapping, where that is provably exact.
   void rememberCyclePeriod(float tEnd, float range, double periods);
