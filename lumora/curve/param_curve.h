@@ -339,6 +339,9 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool setBlockTangentYValue(unsigned first, unsigned last, TdoubleArray& values, bool inSide);
   bool setBlockTanType(unsigned first, unsigned last, Tint16Array& types, bool inSide);
   /// Removes key `index` (undo brings back `undoKey`'s content when given).
+  /// The automatic tangents of the keys next to the gap, the new first key
+  /// included, are computed again, so the curve is what the remaining keys
+  /// give when built afresh.
   void remove(unsigned index, const Tkeyframe* undoKey = nullptr, bool allSiblings = false);
   /// Deletes (or with deleteKeys false, forgets) every key; no scope, no deltas.
   void removeAllKeys(bool recreate = true, bool deleteKeys = true);
@@ -480,6 +483,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool insertKey(const Tkeyframe& key, bool keepShape);
   bool setBlockTangentComponent(unsigned first, unsigned last, TdoubleArray& values, bool inSide,
                                 bool xComponent);
+  /// A key at `time` that leaves the curve unchanged, owned by the caller;
+  /// null for an unusable time or where the curve's arithmetic overflows.
   Tkeyframe* newMatchingKeyframe(const TtimeValue& time);
   bool addRemovedKey(Tkeyframe* key);
   bool replaceKey(Tkeyframe* key, const Tkeyframe& newState);

@@ -100,9 +100,13 @@ double siblingValue(TparamCurve& curve, const TtimeValue& t) {
 }
 
 // A key on `curve` at `t` that lies on the curve, with the default tangent
-// types and no breakdown mark.
+// types and no breakdown mark. Its value is clamped like any key's; where
+// the curve's own arithmetic overflows (keys near the ends of the double
+// range) it is NaN, and insertKey refuses it.
 Tkeyframe siblingKey(TparamCurve& curve, const TtimeValue& t) {
-  return Tkeyframe(t, siblingValue(curve, t));
+  Tkeyframe k(t, 0.0);
+  k.setValue(siblingValue(curve, t));
+  return k;
 }
 
 // The key `add` puts into `curve` at index `i`: a copy of `key` for the curve
@@ -116,6 +120,11 @@ Tkeyframe* makeAddedKey(TparamCurve& curve, bool isSelf, const Tkeyframe& key, c
   k->setTime(t);
   k->setBreakdown(false);
   if (neighbour) k->setValue(siblingValue(curve, t));
+  if (!std::isfinite(k->value())) {
+    // The sibling's own arithmetic overflowed there: no key can lie on it.
+    delete k;
+    return nullptr;
+  }
   // The W of the interpolated rotation belongs here once siblings evaluate
   // as one rotation; until then it is the identity's.
   if (curve.getRotationInterpolation() == TparamCurve::kQuaternion) k->setQuaternionW(1.0f);
@@ -129,6 +138,14 @@ void restoreTime(const TparamCurve& curve, Tkeyframe& key, const Tkeyframe& from
   } else {
     key.setTime(from.timeAsFloat());
   }
+}
+
+// `k`, or null (and `k` deleted) when the curve's arithmetic overflowed into
+// a value that no key may hold.
+Tkeyframe* finiteOrNothing(Tkeyframe* k) {
+  if (std::isfinite(k->value())) return k;
+  delete k;
+  return nullptr;
 }
 
 // True for the automatic types a new key may share with both neighbours and
@@ -205,7 +222,7 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
 
     if (!c->beginChange()) return false;
     Tkeyframe* k = makeAddedKey(*c, isSelf, key, t, i);
-    const int at = c->arrayInsert(k, i);
+    const int at = k ? c->arrayInsert(k, i) : -1;
     if (at < 0) {
       delete k;
       c->endChange(false);
@@ -318,6 +335,8 @@ bool TparamCurve::insert(Tkeyframe* key, bool allSiblings) {
 }
 
 bool TparamCurve::insertKey(const Tkeyframe& key, bool keepShape) {
+  // Nothing may bring a non-finite value or tangent into the curve.
+  if (!isUsableKey(*this, key)) return false;
   if (!fSegmentEvaluator || !beginChange()) return false;
   unsigned i = 0;
   if (findTime(*this, timeValue(&key), i)) {
@@ -419,7 +438,7 @@ Tkeyframe* TparamCurve::newMatchingKeyframe(const TtimeValue& time) {
     k->setTanIn(x, y);
     k->setTanOut(x, y);
     k->setValue(evaluate(t));
-    return k;
+    return finiteOrNothing(k);
   }
 
   const Tkeyframe* prev = keyframe(i - 1);
@@ -427,7 +446,7 @@ Tkeyframe* TparamCurve::newMatchingKeyframe(const TtimeValue& time) {
   const Tkeyframe::TspanInterpMethod method = next->interpMethod();
   if (!fSegmentEvaluator) {
     k->setValue(evaluate(t));
-    return k;
+    return finiteOrNothing(k);
   }
   if (method == Tkeyframe::kSpanLinear || method == Tkeyframe::kSpanStep) {
     const TtangentType type = method == Tkeyframe::kSpanLinear ? kTangentLinear : kTangentStep;
@@ -435,7 +454,7 @@ Tkeyframe* TparamCurve::newMatchingKeyframe(const TtimeValue& time) {
     k->setTanInType(type);
     k->setTanOutType(type);
     k->setInterpMethod(method);
-    return k;
+    return finiteOrNothing(k);
   }
 
   setInterpolationInterval(i - 1);
@@ -456,7 +475,7 @@ Tkeyframe* TparamCurve::newMatchingKeyframe(const TtimeValue& time) {
     k->setTanOutType(kTangentFixed);
     k->setTangentsLocked(true);
   }
-  return k;
+  return finiteOrNothing(k);
 }
 
 // --- Loading in bulk ---------------------------------------------------------------------
@@ -633,6 +652,10 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
     if (index > 0) {
       c->setSpanInterpMethod(index - 1);
       c->modifyTangents(index - 1);
+    } else if (c->keyframeCount() > 0) {
+      // The new first key was computed with a neighbour that is gone; it is
+      // brought up to date like any other neighbour of a removed key.
+      c->modifyTangents(0);
     }
     c->invalidateCache(static_cast<int>(index));
     if (c->keyframeCount() == 0) c->setStaticCurve(true);

@@ -56,6 +56,12 @@ std::array<float, 2> tanOut(const Tkeyframe* k) {
   return t;
 }
 
+std::array<float, 2> tanIn(const Tkeyframe* k) {
+  std::array<float, 2> t;
+  k->getTanIn(t[0], t[1]);
+  return t;
+}
+
 std::vector<double> sample(TparamCurve& c, float from, float to, int steps) {
   std::vector<double> out;
   for (int s = 0; s <= steps; ++s) out.push_back(c.evaluate(from + (to - from) * s / steps));
@@ -404,6 +410,47 @@ TEST(TparamCurveRemove, RecordingKeepsTheKeyObjectWithTheUndoContent) {
   c.beginMod();
   c.remove(0);
   EXPECT_EQ(c.endMod(), nullptr);
+}
+
+}  // namespace
+}  // namespace lumora
+
+namespace lumora {
+namespace {
+
+TEST(TparamCurveRemove, NewFirstKeyEqualsTheSameKeysBuiltAfresh) {
+  TparamCurve c(true), fresh(true);
+  for (int i = 0; i < 4; ++i) c.add(Tkeyframe(float(i), i * i * 0.5, kSpline, kSpline));
+  for (int i = 1; i < 4; ++i) fresh.add(Tkeyframe(float(i), i * i * 0.5, kSpline, kSpline));
+  c.remove(0);
+  ASSERT_EQ(c.keyframeCount(), fresh.keyframeCount());
+  for (unsigned i = 0; i < c.keyframeCount(); ++i) {
+    EXPECT_EQ(tanIn(c.keyframe(i)), tanIn(fresh.keyframe(i))) << i;
+    EXPECT_EQ(tanOut(c.keyframe(i)), tanOut(fresh.keyframe(i))) << i;
+  }
+}
+
+TEST(TparamCurveInsert, KeysNearTheEndsOfTheDoubleRangeNeverBecomeNonFinite) {
+  // The curve's own arithmetic overflows between keys of opposite extreme
+  // values: no key may take the NaN it gives there.
+  constexpr double kHuge = std::numeric_limits<double>::max();
+  for (const bool weighted : {false, true}) {
+    TparamCurve c(true);
+    c.setIsWeighted(weighted);
+    for (int i = 0; i < 3; ++i)
+      c.add(Tkeyframe(float(i), i == 1 ? kHuge : -kHuge, kSpline, kSpline));
+    c.insert(c.makeTimeValue(0.5f), /*breakdown=*/false, /*allSiblings=*/false);
+    c.insert(c.makeTimeValue(1.5f), /*breakdown=*/true, /*allSiblings=*/false);
+    c.insert(Tkeyframe(0.25f, 1.0), /*keepShape=*/true, /*allSiblings=*/false);
+    for (unsigned i = 0; i < c.keyframeCount(); ++i) {
+      const Tkeyframe* k = c.keyframe(i);
+      const std::array<float, 2> in = tanIn(k), out = tanOut(k);
+      EXPECT_TRUE(std::isfinite(k->value()) && std::isfinite(in[0]) && std::isfinite(in[1]) &&
+                  std::isfinite(out[0]) && std::isfinite(out[1]))
+          << "weighted " << weighted << " key " << i;
+    }
+    EXPECT_TRUE(strictlyOrdered(c));
+  }
 }
 
 }  // namespace
