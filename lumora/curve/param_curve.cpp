@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include "lumora/base/debug_output.h"
 #include "lumora/base/metaclass.h"
@@ -61,9 +62,10 @@ void TparamCurve::copyFrom(const TparamCurve& other) {
   fCurveFlags = other.fCurveFlags;
   fCurveFlags.setBit(kFlagQuaternionCache, false);
   fCurveFlags.setBit(kFlagBlockAdd, false);
+  // A curve without key storage copies as one: the kind lives in the array.
   if (other.isFloat()) {
     fFloatKeys = new TkeyArray(/*ticks=*/false);
-  } else {
+  } else if (other.isAnimTime()) {
     fTickKeys = new TkeyArray(/*ticks=*/true);
   }
   fSegmentEvaluator = makeEvaluator(isWeighted());
@@ -103,8 +105,9 @@ void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
   setStaticCurve(true);
   invalidateCache(-1);
   if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(-1);
-  if (array && deleteKeys) {
-    const unsigned n = array->count();
+  if (!array) return;
+  const unsigned n = array->count();
+  if (deleteKeys) {
     for (unsigned i = 0; i < n; ++i) {
       Tkeyframe* key = array->at(i);
       sendAddDeleteMessage(key, /*added=*/false);
@@ -113,6 +116,8 @@ void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
     // Deleted only after the last message, so that no message, and no client
     // reading the keys it was told about, meets a freed key.
     for (unsigned i = 0; i < n; ++i) delete array->at(i);
+  } else {
+    array->releaseAll();
   }
   delete array;
 }
@@ -446,21 +451,25 @@ void TparamCurve::noUpdate(TtimeUnitSystem from, TtimeUnitSystem to) {
   if (oneFrom.inTicks() == 0 || oneTo.inTicks() == 0) return;
   const double ratio = static_cast<double>(oneTo.inTicks()) / oneFrom.inTicks();
   const unsigned n = physicalCount();
-  const auto rescale = [&](unsigned i) {
-    Tkeyframe* key = keyframe(i);
-    if (!key) return;
-    // Truncated toward zero; a time beyond the tick range saturates.
-    const double ticks = std::trunc(key->timeAsTicks() * ratio);
-    const double lo = TanimTime::minTime.inTicks();
-    const double hi = TanimTime::maxTime.inTicks();
-    key->setTime(TanimTime(static_cast<std::int32_t>(std::fmax(lo, std::fmin(hi, ticks)))));
-  };
-  // Shrinking walks forward and growing walks backward, so a key never passes
-  // over a neighbour that has not been rescaled yet.
-  if (ratio <= 1.0) {
-    for (unsigned i = 0; i < n; ++i) rescale(i);
-  } else {
-    for (unsigned i = n; i-- > 0;) rescale(i);
+  if (n == 0) return;
+  // Every time is truncated toward zero and saturates at the tick range. Two
+  // keys that would share a tick (shrinking, or saturating) are kept a tick
+  // apart instead, the later one pushed forward (or, against the end of the
+  // range, the earlier one pushed back), so the keys stay strictly ordered.
+  const double lo = TanimTime::minTime.inTicks();
+  const double hi = TanimTime::maxTime.inTicks();
+  std::vector<std::int64_t> ticks(n);
+  for (unsigned i = 0; i < n; ++i) {
+    const double t = std::trunc(keyframe(i)->timeAsTicks() * ratio);
+    ticks[i] = static_cast<std::int64_t>(std::fmax(lo, std::fmin(hi, t)));
+    if (i > 0 && ticks[i] <= ticks[i - 1]) ticks[i] = ticks[i - 1] + 1;
+  }
+  for (unsigned i = n; i-- > 0;) {
+    const std::int64_t limit = i + 1 < n ? ticks[i + 1] - 1 : static_cast<std::int64_t>(hi);
+    if (ticks[i] > limit) ticks[i] = limit;
+  }
+  for (unsigned i = 0; i < n; ++i) {
+    keyframe(i)->setTime(TanimTime(static_cast<std::int32_t>(ticks[i])));
   }
   invalidateCache(-1);
 }

@@ -647,7 +647,7 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
       if (undoKey) *key = *undoKey;
       c->addDelta(delta, false);
     }
-    c->keyArray()->removeAt(index);
+    c->keyArray()->removeKey(index);
     if (!keptByDelta) delete key;
     if (index > 0) {
       c->setSpanInterpMethod(index - 1);

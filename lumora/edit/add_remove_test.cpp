@@ -455,3 +455,50 @@ TEST(TparamCurveInsert, KeysNearTheEndsOfTheDoubleRangeNeverBecomeNonFinite) {
 
 }  // namespace
 }  // namespace lumora
+
+namespace lumora {
+namespace {
+
+TEST(TparamCurveInsert, AKeyOwnedByACurveIsNeverAdopted) {
+  TparamCurve a(true), b(true);
+  a.add(Tkeyframe(1.0f, 3.0));
+  Tkeyframe* owned = a.keyframe(0);
+  ASSERT_TRUE(owned->isInCurve());
+  EXPECT_FALSE(b.insert(owned, /*allSiblings=*/false));
+  EXPECT_EQ(b.keyframeCount(), 0u);
+  EXPECT_FALSE(a.insert(owned, /*allSiblings=*/false));
+  auto* loose = new Tkeyframe(2.0f, 4.0);
+  EXPECT_FALSE(loose->isInCurve());
+  ASSERT_TRUE(b.insert(loose, /*allSiblings=*/false));
+  EXPECT_TRUE(loose->isInCurve());
+  // A key the curve let go of without deleting is loose again.
+  a.removeAllKeys(/*recreate=*/true, /*deleteKeys=*/false);
+  EXPECT_FALSE(owned->isInCurve());
+  ASSERT_TRUE(b.insert(owned, /*allSiblings=*/false));
+  EXPECT_EQ(b.keyframeCount(), 2u);
+}
+
+TEST(TparamCurveStorage, RescalingTicksKeepsKeysApartAndCopiesKeepTheirKind) {
+  using Unit = TtimeUnitSystem;
+  // Minutes to seconds shrinks every time 60-fold: 1, 2 and 3 ticks would all
+  // truncate to 0. Seconds to hours grows them 3600-fold: the last two keys
+  // would both saturate at the end of the tick range.
+  for (const auto& [from, to] :
+       {std::pair(Unit::kMinutes, Unit::kSeconds), std::pair(Unit::kSeconds, Unit::kHours)}) {
+    TparamCurve c(false);
+    for (const int ticks : {-5, 1, 2, 3, 900000, 1000000}) {
+      c.add(Tkeyframe(TanimTime(ticks), ticks * 0.5));
+    }
+    c.noUpdate(from, to);
+    EXPECT_EQ(c.keyframeCount(), 6u);
+    EXPECT_TRUE(strictlyOrdered(c)) << static_cast<int>(to);
+  }
+
+  TparamCurve bare(true);
+  bare.removeAllKeys(/*recreate=*/false);
+  const TparamCurve copy(bare);
+  EXPECT_EQ(std::tuple(copy.isFloat(), copy.isAnimTime()), std::tuple(false, false));
+}
+
+}  // namespace
+}  // namespace lumora

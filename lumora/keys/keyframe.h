@@ -182,6 +182,12 @@ class LUMORA_API Tkeyframe {
     return *this;
   }
 
+  // --- Ownership -------------------------------------------------------------------
+
+  /// True while this key object sits in a curve (which then owns it). A key
+  /// in a curve is never adopted by another insertion.
+  bool isInCurve() const { return fInCurve != 0; }
+
   // --- Tolerant time comparison ----------------------------------------------------
   // The time word read as float seconds; two times within 1e-5 s are equal.
 
@@ -202,6 +208,7 @@ class LUMORA_API Tkeyframe {
 
  private:
   friend class TkeyWatch;
+  friend class TkeyArray;  // marks the keys it holds
 
   static constexpr std::uint32_t kActiveMask =
       (1u << kBitKeyActive) | (1u << kBitInTangentActive) | (1u << kBitOutTangentActive);
@@ -221,9 +228,11 @@ class LUMORA_API Tkeyframe {
   TbitField32 fFlags;
   float* fQuaternionEulerCache = nullptr;
   float fQuaternionW = 1.0f;
-  // Which list of watches this object has (key_watch.cpp), 0 for none. It
-  // belongs to the object, not to its state: copies and assignment leave it.
-  std::uint32_t fWatchSlot = 0;
+  // Both belong to the object, not to its state: copies and assignment leave
+  // them. Which list of watches the object has (key_watch.cpp), 0 for none.
+  std::uint32_t fWatchSlot : 31 = 0;
+  // Set while the object sits in a curve's key array (which owns it then).
+  std::uint32_t fInCurve : 1 = 0;
 };
 
 }  // namespace lumora

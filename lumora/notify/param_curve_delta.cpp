@@ -138,7 +138,7 @@ bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key, bool refres
   if (!curve.beginChange()) return false;
   curve.sendAddDeleteMessage(key, /*added=*/false);
   curve.notifyClientsOfChange(key, 1);
-  curve.keyArray()->removeAt(index);
+  curve.keyArray()->removeKey(index);
   if (index > 0) {
     curve.setSpanInterpMethod(index - 1);
     curve.modifyTangents(index - 1);
@@ -162,13 +162,13 @@ void TparamCurveDelta::restoreKey(TparamCurve& curve, unsigned index, const Ttim
   unsigned now = index;
   if (!curve.setTime(index, time) && !array->keyOrderValid(index)) {
     // The key passed a neighbour: move the same object to its new place.
-    array->removeAt(index);
+    array->removeKey(index);
     if (array->insertKey(key, now) != 0) {
       // Another key holds that time; the key keeps the time it had.
       key->setTime(before);
       if (array->insertKey(key, now) != 0) {
         now = index;
-        array->insertElement(&key, index);
+        array->putBack(key, index);
       }
     }
     curve.invalidateCache(-1);

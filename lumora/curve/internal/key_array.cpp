@@ -24,17 +24,40 @@ int TkeyArray::compare(const void* a, const void* b) const {
 }
 
 int TkeyArray::insertKey(Tkeyframe* key, unsigned& index) {
-  if (!key) return 1;
+  if (!key || key->fInCurve) return 1;
   if (!fTicks && !std::isfinite(key->timeAsFloat())) return 1;
-  return insertSorted(&key, index);
+  const int result = insertSorted(&key, index);
+  if (result == 0) key->fInCurve = 1;
+  return result;
 }
 
 int TkeyArray::appendKey(Tkeyframe* key) {
-  if (!key) return 1;
+  if (!key || key->fInCurve) return 1;
   if (!fTicks && !std::isfinite(key->timeAsFloat())) return 1;
   const unsigned n = count();
   if (n > 0 && compareKeys(*keys()[n - 1], *key) >= 0) return 1;
-  return appendElement(&key);
+  const int result = appendElement(&key);
+  if (result == 0) key->fInCurve = 1;
+  return result;
+}
+
+Tkeyframe* TkeyArray::removeKey(unsigned i) {
+  Tkeyframe* key = at(i);
+  if (!key) return nullptr;
+  removeAt(i);
+  key->fInCurve = 0;
+  return key;
+}
+
+void TkeyArray::putBack(Tkeyframe* key, unsigned index) {
+  if (!key || insertElement(&key, index) != 0) return;
+  key->fInCurve = 1;
+}
+
+void TkeyArray::releaseAll() {
+  const unsigned n = count();
+  for (unsigned i = 0; i < n; ++i) keys()[i]->fInCurve = 0;
+  changeLogicalSizeTo(0);
 }
 
 bool TkeyArray::keyOrderValid(unsigned i) const {

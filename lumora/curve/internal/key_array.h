@@ -4,7 +4,10 @@
 // operators (two keys within 1e-5 s are the same time); a tick array orders
 // them by integer ticks exactly. Neither allows two keys at one time, and a
 // key whose float time is not finite (NaN or infinite) is refused. The array
-// does not delete keys: the curve that owns it does.
+// does not delete keys: the curve that owns it does. It marks the keys it
+// holds (Tkeyframe::isInCurve), so a key is never in two arrays at once:
+// insertions refuse a marked key, and keys leave through removeKey or
+// releaseAll.
 #pragma once
 
 #include "lumora/base/sorted_array.h"
@@ -32,6 +35,13 @@ class TkeyArray final : public TsortedArray {
   int insertKey(Tkeyframe* key, unsigned& index);
   /// Appends `key` when it is later than the last key; nonzero otherwise.
   int appendKey(Tkeyframe* key);
+  /// Takes key i out of the array (the caller owns it now); null when out of
+  /// range.
+  Tkeyframe* removeKey(unsigned i);
+  /// Puts `key` back at `index` unchecked, where removeKey took it from.
+  void putBack(Tkeyframe* key, unsigned index);
+  /// Forgets every key without deleting any (the caller owns them now).
+  void releaseAll();
   /// True when key i is strictly between its neighbours.
   bool keyOrderValid(unsigned i) const;
 
