@@ -9,7 +9,6 @@
 #include <iterator>
 #include <utility>
 
-#include "lumora/base/ptr_array.h"
 #include "lumora/base/time_arrays.h"
 #include "lumora/base/typed_array.h"
 #include "lumora/curve/internal/key_array.h"
@@ -23,13 +22,10 @@ Tmetaclass* TPCDinfinityTypeTmeta = nullptr;
 Tmetaclass* TPCDblockAddRemoveKeyTmeta = nullptr;
 Tmetaclass* TPCDaddRemoveKeyTmeta = nullptr;
 Tmetaclass* TPCDinsertKeyTmeta = nullptr;
-Tmetaclass* TPCDscaleKeyTmeta = nullptr;
 Tmetaclass* TPCDdragKeyTmeta = nullptr;
-Tmetaclass* TPCDdragSegmentTmeta = nullptr;
 Tmetaclass* TPCDdragTanTmeta = nullptr;
 Tmetaclass* TPCDcurveDeltaTmeta = nullptr;
 Tmetaclass* TPCDweightedTangentsTmeta = nullptr;
-Tmetaclass* TPCDbreakdownTmeta = nullptr;
 Tmetaclass* TPCDrotationInterpolationTmeta = nullptr;
 Tmetaclass* TparamCurveDeltaCompTmeta = nullptr;
 
@@ -826,25 +822,7 @@ void TPCDrotationInterpolation::redo() {
 
 namespace {
 
-// Field layouts of the kinds whose classes come with key scaling, segment
-// moving and breakdown keys. Their records are made now so that the type
-// tree is complete; the sizes are those the classes will have.
-struct TscaleKeyFields {
-  TtimeValue times[5];
-};
-struct TdragSegmentFields {
-  TkeyframeHandlePtrArray handles;
-  TtimeValue timeOffset;
-  double valueOffset;
-  int moveOption;
-  bool settings[4];
-};
-struct TbreakdownFields {
-  bool breakdown;
-  unsigned index;
-};
-
-constexpr std::size_t kRecordCount = 16;
+constexpr std::size_t kRecordCount = 13;
 
 // In creation order, parents first; stopping destroys them back to front.
 internal::TmoduleStorage<Tmetaclass> sRecords[kRecordCount];
@@ -864,12 +842,11 @@ void startDeltaRecords() {
     TconstructFunction construct;  // only classes that need no curve have one
     Tmetaclass** parent;           // the parent's exported pointer; null for a root
   };
-  const std::size_t base = sizeof(TparamCurveDelta);
   const TrecordRow rows[kRecordCount] = {
       {&TdeltaTmeta, "Tdelta", sizeof(Tdelta), &constructInstance<Tdelta>, nullptr},
       {&TdeltaCompositeTmeta, "TdeltaComposite", sizeof(TdeltaComposite),
        &constructInstance<TdeltaComposite>, &TdeltaTmeta},
-      {&TparamCurveDeltaTmeta, "TparamCurveDelta", base, nullptr, &TdeltaTmeta},
+      {&TparamCurveDeltaTmeta, "TparamCurveDelta", sizeof(TparamCurveDelta), nullptr, &TdeltaTmeta},
       {&TPCDinfinityTypeTmeta, "TPCDinfinityType", sizeof(TPCDinfinityType), nullptr,
        &TparamCurveDeltaTmeta},
       {&TPCDblockAddRemoveKeyTmeta, "TPCDblockAddRemoveKey", sizeof(TPCDblockAddRemoveKey), nullptr,
@@ -878,17 +855,11 @@ void startDeltaRecords() {
        &TparamCurveDeltaTmeta},
       {&TPCDinsertKeyTmeta, "TPCDinsertKey", sizeof(TPCDinsertKey), nullptr,
        &TparamCurveDeltaTmeta},
-      {&TPCDscaleKeyTmeta, "TPCDscaleKey", base + sizeof(TscaleKeyFields), nullptr,
-       &TparamCurveDeltaTmeta},
       {&TPCDdragKeyTmeta, "TPCDdragKey", sizeof(TPCDdragKey), nullptr, &TparamCurveDeltaTmeta},
-      {&TPCDdragSegmentTmeta, "TPCDdragSegment", base + sizeof(TdragSegmentFields), nullptr,
-       &TparamCurveDeltaTmeta},
       {&TPCDdragTanTmeta, "TPCDdragTan", sizeof(TPCDdragTan), nullptr, &TparamCurveDeltaTmeta},
       {&TPCDcurveDeltaTmeta, "TPCDcurveDelta", sizeof(TPCDcurveDelta), nullptr,
        &TparamCurveDeltaTmeta},
       {&TPCDweightedTangentsTmeta, "TPCDweightedTangents", sizeof(TPCDweightedTangents), nullptr,
-       &TparamCurveDeltaTmeta},
-      {&TPCDbreakdownTmeta, "TPCDbreakdown", base + sizeof(TbreakdownFields), nullptr,
        &TparamCurveDeltaTmeta},
       {&TPCDrotationInterpolationTmeta, "TPCDrotationInterpolation",
        sizeof(TPCDrotationInterpolation), nullptr, &TparamCurveDeltaTmeta},

@@ -48,22 +48,16 @@ class TdoubleArray;
 class TkeyframeHandle;
 
 // Records of the curve delta classes; null while the module is stopped.
-// (TdeltaTmeta and TdeltaCompositeTmeta are declared in delta.h.) The
-// records of TPCDscaleKey, TPCDdragSegment and TPCDbreakdown complete the type
-// tree; their classes belong with key scaling, segment moves and breakdown
-// keys.
+// (TdeltaTmeta and TdeltaCompositeTmeta are declared in delta.h.)
 extern LUMORA_API Tmetaclass* TparamCurveDeltaTmeta;
 extern LUMORA_API Tmetaclass* TPCDinfinityTypeTmeta;
 extern LUMORA_API Tmetaclass* TPCDblockAddRemoveKeyTmeta;
 extern LUMORA_API Tmetaclass* TPCDaddRemoveKeyTmeta;
 extern LUMORA_API Tmetaclass* TPCDinsertKeyTmeta;
-extern LUMORA_API Tmetaclass* TPCDscaleKeyTmeta;
 extern LUMORA_API Tmetaclass* TPCDdragKeyTmeta;
-extern LUMORA_API Tmetaclass* TPCDdragSegmentTmeta;
 extern LUMORA_API Tmetaclass* TPCDdragTanTmeta;
 extern LUMORA_API Tmetaclass* TPCDcurveDeltaTmeta;
 extern LUMORA_API Tmetaclass* TPCDweightedTangentsTmeta;
-extern LUMORA_API Tmetaclass* TPCDbreakdownTmeta;
 extern LUMORA_API Tmetaclass* TPCDrotationInterpolationTmeta;
 extern LUMORA_API Tmetaclass* TparamCurveDeltaCompTmeta;
 

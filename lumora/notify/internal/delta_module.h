@@ -10,9 +10,9 @@
 
 namespace lumora::internal {
 
-/// Creates the sixteen records of Tdelta, TdeltaComposite, TparamCurveDelta,
-/// the thirteen curve delta kinds and TparamCurveDeltaComp, and publishes
-/// them through their exported pointers.
+/// Creates the thirteen records of Tdelta, TdeltaComposite, TparamCurveDelta,
+/// the nine curve delta kinds and TparamCurveDeltaComp, and publishes them
+/// through their exported pointers.
 void startDeltaRecords();
 /// Destroys those records; their exported pointers become null.
 void stopDeltaRecords();
