@@ -20,7 +20,7 @@
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/key_deltas.h"
 #include "lumora/notify/param_curve_msgs.h"
 
 namespace lumora {

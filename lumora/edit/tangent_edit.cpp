@@ -4,7 +4,7 @@
 #include "lumora/base/angle.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/drag_deltas.h"
 
 namespace lumora {
 

@@ -6,7 +6,7 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/keys/keyframe_handle.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/drag_deltas.h"
 
 namespace lumora {
 
