@@ -48,6 +48,8 @@
 namespace lumora {
 
 namespace internal {
+class TcurveDeltaAccess;
+
 // Whether this file is being compiled with relaxed float maths (-ffast-math,
 // -ffinite-math-only, /fp:fast), which may rewrite the IEEE rounding and NaN
 // tests that inline sampling relies on.
@@ -368,15 +370,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
 
  private:
   friend class TparamCurveTestAccess;
-  friend class TparamCurveDelta;
-  friend class TPCDinfinityType;
-  friend class TPCDaddRemoveKey;
-  friend class TPCDinsertKey;
-  friend class TPCDblockAddRemoveKey;
-  friend class TPCDdragTan;
-  friend class TPCDcurveDelta;
-  friend class TPCDweightedTangents;
-  friend class TPCDrotationInterpolation;
+  // The private operations undo records replay edits with.
+  friend class internal::TcurveDeltaAccess;
 
   enum TcurveFlag : unsigned {
     kFlagStatic = 0,

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "lumora/keys/keyframe_handle.h"
+#include "lumora/notify/internal/curve_delta_access.h"
 #include "lumora/notify/internal/delta_module.h"
 #include "lumora/notify/internal/delta_records.h"
 
@@ -13,6 +14,8 @@ Tmetaclass* TPCDdragKeyTmeta = nullptr;
 Tmetaclass* TPCDdragTanTmeta = nullptr;
 
 namespace {
+
+using Access = internal::TcurveDeltaAccess;
 
 constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
 
@@ -76,6 +79,7 @@ void TPCDdragKey::apply(const TtimeValue& time, double value, double w) {
   if (index == kNoIndex || fCurve->keyframe(index) != fHandle->keyframe()) return;
   restoreKey(*fCurve, index, time, value, w);
 }
+
 // --- TPCDdragTan -------------------------------------------------------------------------
 
 TPCDdragTan::TPCDdragTan(TparamCurve* curve, unsigned index, bool inSide, TtangentType oldType,
@@ -130,10 +134,10 @@ void TPCDdragTan::replayDrag(float x, float y) {
     // a type change recorded there must still bring its vector back: the
     // same write and fixed type, without the refusal.
     if (!fInSide || key->interpMethod() != Tkeyframe::kSpanLinear) return;
-    if (!fCurve->beginChange()) return;
-    fCurve->setTanIn(key, x, y);
+    if (!Access::beginChange(*fCurve)) return;
+    Access::setTanIn(*fCurve, key, x, y);
     fCurve->setTangentTypeHelper(fIndex, kTangentFixed, Tkeyframe::kInSide);
-    fCurve->endChange(true);
+    Access::endChange(*fCurve, true);
   }
   // The recorded vectors were read from the key in their stored form, and
   // normalising a unit vector again can move its last bit; those bits
@@ -151,8 +155,9 @@ void TPCDdragTan::replayDrag(float x, float y) {
   } else {
     key->setTanOut(x, y);
   }
-  fCurve->invalidateCache(static_cast<int>(fIndex));
+  Access::invalidateCache(*fCurve, static_cast<int>(fIndex));
 }
+
 // --- Type records ------------------------------------------------------------------------
 
 namespace {

@@ -8,6 +8,7 @@
 #include "lumora/base/time_arrays.h"
 #include "lumora/base/typed_array.h"
 #include "lumora/curve/internal/key_array.h"
+#include "lumora/notify/internal/curve_delta_access.h"
 #include "lumora/notify/internal/delta_module.h"
 #include "lumora/notify/internal/delta_records.h"
 
@@ -19,6 +20,8 @@ Tmetaclass* TPCDinsertKeyTmeta = nullptr;
 Tmetaclass* TPCDcurveDeltaTmeta = nullptr;
 
 namespace {
+
+using Access = internal::TcurveDeltaAccess;
 
 constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
 
@@ -99,7 +102,7 @@ void TPCDaddRemoveKey::redo() {
 void TPCDaddRemoveKey::putBack() {
   if (!fKeyOut || !fKeyframe) return;
   // The same object goes back, so handles to it become valid again.
-  if (fCurve->addRemovedKey(fKeyframe)) fKeyOut = false;
+  if (Access::addRemovedKey(*fCurve, fKeyframe)) fKeyOut = false;
 }
 
 void TPCDaddRemoveKey::takeOut() {
@@ -112,10 +115,11 @@ void TPCDaddRemoveKey::takeOut() {
 bool TPCDaddRemoveKey::swapState() {
   if (!fKeyframe || indexOfKey(*fCurve, fSubjectKey) == kNoIndex) return false;
   const Tkeyframe replaced(*fSubjectKey);
-  if (!fCurve->replaceKey(fSubjectKey, *fKeyframe)) return false;
+  if (!Access::replaceKey(*fCurve, fSubjectKey, *fKeyframe)) return false;
   *fKeyframe = replaced;
   return true;
 }
+
 // --- TPCDinsertKey -----------------------------------------------------------------------
 
 TPCDinsertKey::TPCDinsertKey(TparamCurve* curve, Tkeyframe* inserted, Tkeyframe* prevCopy,
@@ -145,7 +149,7 @@ void TPCDinsertKey::undo() {
   setUndone(true);
   if (!fCurve || fKeyOut) return;
   const unsigned i = indexOfKey(*fCurve, fInserted);
-  if (i == kNoIndex || !fCurve->beginChange()) return;
+  if (i == kNoIndex || !Access::beginChange(*fCurve)) return;
   fIndex = i;
   swapNeighbours(i, i + 1);
   if (detachKey(*fCurve, fInserted, /*refreshNewFirst=*/true)) {
@@ -153,7 +157,7 @@ void TPCDinsertKey::undo() {
   } else {
     swapNeighbours(i, i + 1);
   }
-  fCurve->endChange(true);
+  Access::endChange(*fCurve, true);
 }
 
 void TPCDinsertKey::redo() {
@@ -161,15 +165,15 @@ void TPCDinsertKey::redo() {
   if (!fCurve || !fKeyOut || !fInserted) return;
   unsigned i = 0;
   if (fCurve->find(fCurve->timeValue(fInserted), i)) return;  // the time is taken meanwhile
-  if (!fCurve->beginChange()) return;
+  if (!Access::beginChange(*fCurve)) return;
   fIndex = i;
   swapNeighbours(i, i);
-  if (fCurve->addRemovedKey(fInserted)) {
+  if (Access::addRemovedKey(*fCurve, fInserted)) {
     fKeyOut = false;
   } else {
     swapNeighbours(i, i);
   }
-  fCurve->endChange(true);
+  Access::endChange(*fCurve, true);
 }
 
 void TPCDinsertKey::swapNeighbours(unsigned at, unsigned next) {
@@ -187,20 +191,21 @@ void TPCDinsertKey::swapNeighbours(unsigned at, unsigned next) {
       // bits are put back afterwards.
       if (inSide) {
         key->getTanIn(x, y);
-        fCurve->setTanIn(key, x, y);
+        Access::setTanIn(*fCurve, key, x, y);
         key->setTanIn(x, y);
       } else {
         key->getTanOut(x, y);
-        fCurve->setTanOut(key, x, y);
+        Access::setTanOut(*fCurve, key, x, y);
         key->setTanOut(x, y);
       }
     }
-    fCurve->notifyClientsOfChange(key, 3);
+    Access::notifyClientsOfChange(*fCurve, key, 3);
   };
   exchange(at > 0 ? fCurve->keyframe(at - 1) : nullptr, fPrevCopy, /*inSide=*/false);
   exchange(fCurve->keyframe(next), fNextCopy, /*inSide=*/true);
-  fCurve->invalidateCache(-1);
+  Access::invalidateCache(*fCurve, -1);
 }
+
 // --- TPCDblockAddRemoveKey ---------------------------------------------------------------
 
 TPCDblockAddRemoveKey::TPCDblockAddRemoveKey(TparamCurve* curve, int operation,
@@ -256,7 +261,7 @@ void TPCDblockAddRemoveKey::addBlock() {
 void TPCDblockAddRemoveKey::removeBlock() {
   if (!fCurve) return;
   // One scope around the whole block, so that global clients hear of it once.
-  if (!fCurve->beginChange()) return;
+  if (!Access::beginChange(*fCurve)) return;
   bool changed = false;
   if (fRangeMode) {
     for (unsigned i = fCurve->keyframeCount(); i-- > 0;) {
@@ -273,13 +278,14 @@ void TPCDblockAddRemoveKey::removeBlock() {
       changed = true;
     }
   }
-  fCurve->endChange(changed);
+  Access::endChange(*fCurve, changed);
 }
+
 // --- TPCDcurveDelta ----------------------------------------------------------------------
 
 TPCDcurveDelta::TPCDcurveDelta(TparamCurve* curve) : TparamCurveDelta(curve) {
   if (!curve) return;
-  const unsigned n = curve->physicalCount();
+  const unsigned n = Access::physicalCount(*curve);
   fEntries.reserve(n);
   for (unsigned i = 0; i < n; ++i) {
     Tkeyframe* key = curve->keyframe(i);
@@ -319,11 +325,11 @@ bool TPCDcurveDelta::inSnapshot(const Tkeyframe* key) const {
 }
 
 bool TPCDcurveDelta::exchange() {
-  if (!fCurve || !fCurve->keyArray()) return false;
-  if (!fCurve->beginChange()) return false;
+  if (!fCurve || !Access::keyArray(*fCurve)) return false;
+  if (!Access::beginChange(*fCurve)) return false;
 
   std::vector<Tkeyframe*> present;
-  const unsigned before = fCurve->physicalCount();
+  const unsigned before = Access::physicalCount(*fCurve);
   for (unsigned i = 0; i < before; ++i) present.push_back(fCurve->keyframe(i));
   fCurve->removeAllKeys(/*recreate=*/true, /*deleteKeys=*/false);
 
@@ -331,8 +337,8 @@ bool TPCDcurveDelta::exchange() {
   // the array has forgotten them nobody else would delete them.
   for (Tkeyframe* key : present) {
     if (inSnapshot(key)) continue;
-    fCurve->sendAddDeleteMessage(key, /*added=*/false);
-    fCurve->notifyClientsOfChange(key, 1);
+    Access::sendAddDeleteMessage(*fCurve, key, /*added=*/false);
+    Access::notifyClientsOfChange(*fCurve, key, 1);
     delete key;
   }
 
@@ -344,10 +350,10 @@ bool TPCDcurveDelta::exchange() {
       continue;
     }
     swapStates(*entry.key, *entry.copy);
-    if (fCurve->arrayInsert(entry.key, kNoIndex) < 0) {
+    if (Access::arrayInsert(*fCurve, entry.key, kNoIndex) < 0) {
       // Two saved keys at one time cannot both go back; the one refused
       // leaves the curve for good.
-      fCurve->sendAddDeleteMessage(entry.key, /*added=*/false);
+      Access::sendAddDeleteMessage(*fCurve, entry.key, /*added=*/false);
       delete entry.key;
       entry.key = nullptr;
     }
@@ -356,13 +362,14 @@ bool TPCDcurveDelta::exchange() {
 
   // The saved states carry their span methods and tangents; only the
   // curve's static flag, which removeAllKeys set, is derived again.
-  const unsigned n = fCurve->physicalCount();
-  for (unsigned i = 0; i < n; ++i) fCurve->checkStaticValueCondition(i);
-  fCurve->invalidateCache(-1);
-  for (unsigned i = 0; i < n; ++i) fCurve->notifyClientsOfChange(i, 2);
-  fCurve->endChange(true);
+  const unsigned n = Access::physicalCount(*fCurve);
+  for (unsigned i = 0; i < n; ++i) Access::checkStaticValueCondition(*fCurve, i);
+  Access::invalidateCache(*fCurve, -1);
+  for (unsigned i = 0; i < n; ++i) Access::notifyClientsOfChange(*fCurve, i, 2);
+  Access::endChange(*fCurve, true);
   return true;
 }
+
 // --- Type records ------------------------------------------------------------------------
 
 namespace {

@@ -6,6 +6,7 @@
 
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/notify/drag_deltas.h"
+#include "lumora/notify/internal/curve_delta_access.h"
 #include "lumora/notify/internal/delta_module.h"
 #include "lumora/notify/internal/delta_records.h"
 
@@ -15,6 +16,8 @@ Tmetaclass* TparamCurveDeltaTmeta = nullptr;
 Tmetaclass* TparamCurveDeltaCompTmeta = nullptr;
 
 namespace {
+
+using Access = internal::TcurveDeltaAccess;
 
 constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
 
@@ -69,7 +72,7 @@ unsigned TparamCurveDelta::indexOfKey(const TparamCurve& curve, const Tkeyframe*
   if (curve.find(curve.timeValue(key), index) && curve.keyframe(index) == key) return index;
   // A key whose time was overwritten in place may sit where a search does
   // not look.
-  const unsigned n = curve.physicalCount();
+  const unsigned n = Access::physicalCount(curve);
   for (unsigned i = 0; i < n; ++i) {
     if (curve.keyframe(i) == key) return i;
   }
@@ -79,20 +82,20 @@ unsigned TparamCurveDelta::indexOfKey(const TparamCurve& curve, const Tkeyframe*
 bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key, bool refreshNewFirst) {
   const unsigned index = indexOfKey(curve, key);
   if (index == kNoIndex) return false;
-  if (!curve.beginChange()) return false;
-  curve.sendAddDeleteMessage(key, /*added=*/false);
-  curve.notifyClientsOfChange(key, 1);
-  curve.keyArray()->removeAt(index);
+  if (!Access::beginChange(curve)) return false;
+  Access::sendAddDeleteMessage(curve, key, /*added=*/false);
+  Access::notifyClientsOfChange(curve, key, 1);
+  Access::keyArray(curve)->removeAt(index);
   if (index > 0) {
-    curve.setSpanInterpMethod(index - 1);
-    curve.modifyTangents(index - 1);
+    Access::setSpanInterpMethod(curve, index - 1);
+    Access::modifyTangents(curve, index - 1);
   } else if (refreshNewFirst && curve.keyframeCount() > 0) {
     // The new first key has lost the previous neighbour it was computed with.
-    curve.modifyTangents(0);
+    Access::modifyTangents(curve, 0);
   }
-  curve.invalidateCache(static_cast<int>(index));
+  Access::invalidateCache(curve, static_cast<int>(index));
   if (curve.keyframeCount() == 0) curve.setStaticCurve(true);
-  curve.endChange(true);
+  Access::endChange(curve, true);
   return true;
 }
 
@@ -100,8 +103,8 @@ void TparamCurveDelta::restoreKey(TparamCurve& curve, unsigned index, const Ttim
                                   double value, double w) {
   Tkeyframe* key = curve.keyframe(index);
   if (!key) return;
-  if (!curve.beginChange()) return;
-  TkeyArray* array = curve.keyArray();
+  if (!Access::beginChange(curve)) return;
+  TkeyArray* array = Access::keyArray(curve);
   const TtimeValue before = curve.timeValue(key);
   unsigned now = index;
   if (!curve.setTime(index, time) && !array->keyOrderValid(index)) {
@@ -115,7 +118,7 @@ void TparamCurveDelta::restoreKey(TparamCurve& curve, unsigned index, const Ttim
         array->insertElement(&key, index);
       }
     }
-    curve.invalidateCache(-1);
+    Access::invalidateCache(curve, -1);
   }
   if (std::isnan(w)) {
     curve.setValue(now, value);
@@ -126,10 +129,10 @@ void TparamCurveDelta::restoreKey(TparamCurve& curve, unsigned index, const Ttim
   const unsigned n = curve.keyframeCount();
   for (const unsigned i : {index > 0 ? index - 1 : 0u, index, now}) {
     if (i >= n) continue;
-    curve.setSpanInterpMethod(i);
-    curve.modifyTangents(i);
+    Access::setSpanInterpMethod(curve, i);
+    Access::modifyTangents(curve, i);
   }
-  curve.endChange(true);
+  Access::endChange(curve, true);
 }
 
 // --- TparamCurveDeltaComp ----------------------------------------------------------------

@@ -44,6 +44,7 @@ void TPCDinfinityType::apply(TparamCurve::TinfinityType type) {
     fCurve->setPostInfinityType(type);
   }
 }
+
 // --- TPCDweightedTangents ----------------------------------------------------------------
 
 TPCDweightedTangents::TPCDweightedTangents(TparamCurve* curve, bool weighted)
@@ -75,6 +76,7 @@ void TPCDweightedTangents::toggle() {
   // A refused change leaves the saved state as it was.
   if (fCurve->isWeighted() != before) fWeighted = before;
 }
+
 // --- TPCDrotationInterpolation -----------------------------------------------------------
 
 TPCDrotationInterpolation::TPCDrotationInterpolation(TparamCurve* curve,
@@ -100,6 +102,7 @@ void TPCDrotationInterpolation::redo() {
   if (fCurve) fCurve->setRotationInterpolation(fNewMode);
   setUndone(false);
 }
+
 // --- Type records ------------------------------------------------------------------------
 
 namespace {
