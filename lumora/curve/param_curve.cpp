@@ -100,7 +100,7 @@ void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
       // The key object is gone for good (no undo record keeps it), so handles
       // registered on this curve must stop trusting their pointer to it.
       sendAddDeleteMessage(key, /*added=*/false);
-      notifyClientsOfChange(key, 1);
+      notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyRemoved);
       delete key;
     }
   }
@@ -397,7 +397,7 @@ void TparamCurve::setValue(unsigned i, double v) {
   key->setValue(v);
   if (staticCurve()) checkStaticValueCondition(i);
   invalidateCache(static_cast<int>(i));
-  notifyClientsOfChange(key, 2);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyChanged);
   endChange(true);
 }
 
@@ -410,7 +410,7 @@ void TparamCurve::setValue(unsigned i, double v, float w) {
   key->setQuaternionW(w);
   if (staticCurve()) checkStaticValueCondition(i);
   invalidateCache(static_cast<int>(i));
-  notifyClientsOfChange(key, 2);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyChanged);
   endChange(true);
 }
 
@@ -428,7 +428,7 @@ bool TparamCurve::setTime(unsigned i, const TtimeValue& t) {
   key->setTime(t);
   const bool ordered = keyArray()->keyOrderValid(i);
   invalidateCache(static_cast<int>(i));
-  notifyClientsOfChange(key, 2);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyChanged);
   endChange(true);
   return ordered;
 }

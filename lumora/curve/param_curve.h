@@ -43,6 +43,7 @@
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/tangent_type.h"
 #include "lumora/notify/delta.h"
+#include "lumora/notify/param_curve_msgs.h"
 #include "lumora/select/pick_key.h"
 
 namespace lumora {
@@ -479,8 +480,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   // --- Change scopes (notify/change_scope.cpp) ---
   bool beginChange();
   void endChange(bool changed);
-  void notifyClientsOfChange(Tkeyframe* key, int type);
-  void notifyClientsOfChange(unsigned index, int type);
+  void notifyClientsOfChange(Tkeyframe* key, TparamCurveModifiedMsg::TmessageType type);
+  void notifyClientsOfChange(unsigned index, TparamCurveModifiedMsg::TmessageType type);
   void sendAddDeleteMessage(Tkeyframe* key, bool added);
   static void disableAnimCurveModelUpdates();
 

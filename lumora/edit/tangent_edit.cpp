@@ -67,7 +67,7 @@ bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
   }
   if (staticCurve()) checkStaticTanCondition(index);
   invalidateCache(static_cast<int>(index));
-  notifyClientsOfChange(key, 3);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   endChange(true);
   return true;
 }

@@ -126,7 +126,7 @@ void TparamCurve::setTanIn(Tkeyframe* key, float x, float y) {
   if (changed) {
     unsigned index = 0;
     if (find(timeValue(key), index)) invalidateCache(static_cast<int>(index));
-    notifyClientsOfChange(key, 3);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   }
   endChange(changed);
 }
@@ -137,7 +137,7 @@ void TparamCurve::setTanOut(Tkeyframe* key, float x, float y) {
   if (changed) {
     unsigned index = 0;
     if (find(timeValue(key), index)) invalidateCache(static_cast<int>(index));
-    notifyClientsOfChange(key, 3);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   }
   endChange(changed);
 }
@@ -205,7 +205,7 @@ void TparamCurve::checkStaticTanCondition(unsigned index) {
   // this exact test to decide when a curve stops being static.
   if (inY != key->value() || outY != key->value()) {
     setStaticCurve(false);
-    notifyClientsOfChange(key, 3);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   }
 }
 
@@ -235,7 +235,7 @@ void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
       c->addDelta(new TPCDdragTan(c, index, inSide, old, now, x, y, x, y), false);
     }
     c->modifyTangents(index);
-    c->notifyClientsOfChange(key, 3);
+    c->notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
     c->endChange(true);
   }
 }

@@ -199,7 +199,7 @@ void TPCDinsertKey::swapNeighbours(unsigned at, unsigned next) {
         key->setTanOut(x, y);
       }
     }
-    Access::notifyClientsOfChange(*fCurve, key, 3);
+    Access::notifyClientsOfChange(*fCurve, key, TparamCurveModifiedMsg::kTangentChanged);
   };
   exchange(at > 0 ? fCurve->keyframe(at - 1) : nullptr, fPrevCopy, /*inSide=*/false);
   exchange(fCurve->keyframe(next), fNextCopy, /*inSide=*/true);
@@ -338,7 +338,7 @@ bool TPCDcurveDelta::exchange() {
   for (Tkeyframe* key : present) {
     if (inSnapshot(key)) continue;
     Access::sendAddDeleteMessage(*fCurve, key, /*added=*/false);
-    Access::notifyClientsOfChange(*fCurve, key, 1);
+    Access::notifyClientsOfChange(*fCurve, key, TparamCurveModifiedMsg::kKeyRemoved);
     delete key;
   }
 
@@ -365,7 +365,8 @@ bool TPCDcurveDelta::exchange() {
   const unsigned n = Access::physicalCount(*fCurve);
   for (unsigned i = 0; i < n; ++i) Access::checkStaticValueCondition(*fCurve, i);
   Access::invalidateCache(*fCurve, -1);
-  for (unsigned i = 0; i < n; ++i) Access::notifyClientsOfChange(*fCurve, i, 2);
+  for (unsigned i = 0; i < n; ++i)
+    Access::notifyClientsOfChange(*fCurve, i, TparamCurveModifiedMsg::kKeyChanged);
   Access::endChange(*fCurve, true);
   return true;
 }

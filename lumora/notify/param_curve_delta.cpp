@@ -84,7 +84,7 @@ bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key, bool refres
   if (index == kNoIndex) return false;
   if (!Access::beginChange(curve)) return false;
   Access::sendAddDeleteMessage(curve, key, /*added=*/false);
-  Access::notifyClientsOfChange(curve, key, 1);
+  Access::notifyClientsOfChange(curve, key, TparamCurveModifiedMsg::kKeyRemoved);
   Access::keyArray(curve)->removeAt(index);
   if (index > 0) {
     Access::setSpanInterpMethod(curve, index - 1);

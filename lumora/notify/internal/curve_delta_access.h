@@ -76,10 +76,12 @@ class TcurveDeltaAccess {
   static bool beginChange(TparamCurve& curve) { return curve.beginChange(); }
   static void endChange(TparamCurve& curve, bool changed) { curve.endChange(changed); }
   /// Tells the curve's clients that `key` changed.
-  static void notifyClientsOfChange(TparamCurve& curve, Tkeyframe* key, int type) {
+  static void notifyClientsOfChange(TparamCurve& curve, Tkeyframe* key,
+                                    TparamCurveModifiedMsg::TmessageType type) {
     curve.notifyClientsOfChange(key, type);
   }
-  static void notifyClientsOfChange(TparamCurve& curve, unsigned index, int type) {
+  static void notifyClientsOfChange(TparamCurve& curve, unsigned index,
+                                    TparamCurveModifiedMsg::TmessageType type) {
     curve.notifyClientsOfChange(index, type);
   }
   /// Tells listeners that a key object left the curve or came back.
