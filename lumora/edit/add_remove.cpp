@@ -29,11 +29,6 @@ namespace {
 
 using Tmsg = TparamCurveModifiedMsg;
 
-// Operations recorded by TPCDaddRemoveKey.
-constexpr int kDeltaKeyAdded = 0;
-constexpr int kDeltaKeyRemoved = 1;
-constexpr int kDeltaKeyReplaced = 2;
-
 // The curves one operation works on: this curve, or the three siblings.
 struct TcurveSet {
   TparamCurve* curves[3] = {nullptr, nullptr, nullptr};
@@ -184,7 +179,8 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
       if (!beginChange()) return false;
       Tkeyframe* existing = keyframe(i);
       if (isMod()) {
-        addDelta(new TPCDaddRemoveKey(this, kDeltaKeyReplaced, new Tkeyframe(*existing), existing),
+        addDelta(new TPCDaddRemoveKey(this, TPCDaddRemoveKey::kKeyReplaced,
+                                      new Tkeyframe(*existing), existing),
                  false);
       }
       const bool valueChanged = existing->value() != key.value();
@@ -217,7 +213,7 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
     if (c->staticCurve()) c->checkStaticValueCondition(i);
     c->invalidateCache(at);
     c->setSpanInterpMethod(i);
-    if (c->isMod()) c->addDelta(new TPCDaddRemoveKey(c, kDeltaKeyAdded, k), false);
+    if (c->isMod()) c->addDelta(new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyAdded, k), false);
     if (c->keyframeCount() > 1) c->modifyTangents(i);
     c->notifyClientsOfChange(k, Tmsg::kKeyAdded);
     c->endChange(true);
@@ -388,7 +384,7 @@ bool TparamCurve::insertKey(const Tkeyframe& key, bool keepShape) {
     if (keepShape) {
       addDelta(new TPCDinsertKey(this, k, prevCopy, nextCopy, i), false);
     } else {
-      addDelta(new TPCDaddRemoveKey(this, kDeltaKeyAdded, k), false);
+      addDelta(new TPCDaddRemoveKey(this, TPCDaddRemoveKey::kKeyAdded, k), false);
     }
   } else {
     delete prevCopy;
@@ -624,7 +620,7 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
     // brings back the very object that handles point at.
     const bool keptByDelta = c->isMod() && !c->blockAddMode();
     if (keptByDelta) {
-      auto* delta = new TPCDaddRemoveKey(c, kDeltaKeyRemoved, key);
+      auto* delta = new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyRemoved, key);
       if (undoKey) *key = *undoKey;
       c->addDelta(delta, false);
     }

@@ -17,8 +17,6 @@ namespace {
 
 using Access = internal::TcurveDeltaAccess;
 
-constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
-
 // Tangent coordinates closer than this count as unchanged.
 constexpr float kTangentTolerance = 1e-5f;
 

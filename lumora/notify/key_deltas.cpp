@@ -23,8 +23,6 @@ namespace {
 
 using Access = internal::TcurveDeltaAccess;
 
-constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
-
 // Selection bits of a key (flag bits 22 to 24) as a TpickKey mask.
 std::uint32_t pickStateOf(const Tkeyframe& key) {
   std::uint32_t picks = 0;

@@ -19,8 +19,6 @@ namespace {
 
 using Access = internal::TcurveDeltaAccess;
 
-constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
-
 // Two drags chain when the second starts where the first ended, up to this
 // difference in value.
 constexpr double kDragValueTolerance = 1e-10;

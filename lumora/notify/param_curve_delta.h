@@ -85,8 +85,11 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
  protected:
   // --- Curve access for the kinds --------------------------------------------------------
 
+  /// The answer of indexOfKey for a key that is not in the curve.
+  static constexpr unsigned kNoIndex = TparamCurve::kInvalidIndex;
+
   /// The index of the object `key` in `curve`, found by its time and checked
-  /// by identity; kInvalidIndex when that object is not in the curve.
+  /// by identity; kNoIndex when that object is not in the curve.
   static unsigned indexOfKey(const TparamCurve& curve, const Tkeyframe* key);
   /// Takes the object `key` out of `curve` without deleting it, as a removal
   /// does (add/delete and removal messages, neighbours' tangents, caches).
