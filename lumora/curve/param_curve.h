@@ -463,6 +463,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void recomputeTangents(TkeyframeHandlePtrArray& keys);
   void setTanIn(Tkeyframe* key, float x, float y);
   void setTanOut(Tkeyframe* key, float x, float y);
+  /// setTanIn when `side` is Tkeyframe::kInSide, otherwise setTanOut.
+  void setTangent(Tkeyframe* key, TpickKey::TpickBits side, float x, float y);
   void scaleTangentX(Tkeyframe* key, float factor);
   void scaleTangentY(Tkeyframe* key, float factor);
   void checkStaticValueCondition(unsigned index);

@@ -152,14 +152,11 @@ bool isFiniteBlock(const TdoubleArray& values, unsigned first, unsigned last) {
 
 // Writes one component of one side straight into the key, keeping the other.
 void writeComponent(Tkeyframe& key, bool inSide, bool xComponent, float v) {
+  const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
   float x = 0.0f, y = 0.0f;
-  key.getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
+  key.getTangent(side, x, y);
   (xComponent ? x : y) = v;
-  if (inSide) {
-    key.setTanIn(x, y);
-  } else {
-    key.setTanOut(x, y);
-  }
+  key.setTangent(side, x, y);
 }
 
 }  // namespace
@@ -596,11 +593,7 @@ bool TparamCurve::setBlockTanType(unsigned first, unsigned last, Tint16Array& ty
   for (unsigned i = first; i <= last && i - first < types.count(); ++i) {
     Tkeyframe* key = keyframe(i);
     const auto type = static_cast<TtangentType>(types[i - first]);
-    if (inSide) {
-      key->setTanInType(type);
-    } else {
-      key->setTanOutType(type);
-    }
+    key->setTangentType(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, type);
     notifyClientsOfChange(key, Tmsg::kTangentChanged);
   }
   invalidateCache(-1);

@@ -142,6 +142,14 @@ void TparamCurve::setTanOut(Tkeyframe* key, float x, float y) {
   endChange(changed);
 }
 
+void TparamCurve::setTangent(Tkeyframe* key, TpickKey::TpickBits side, float x, float y) {
+  if (side == Tkeyframe::kInSide) {
+    setTanIn(key, x, y);
+    return;
+  }
+  setTanOut(key, x, y);
+}
+
 void TparamCurve::scaleTangentX(Tkeyframe* key, float factor) {
   if (!fSegmentEvaluator || !key || factor == 1.0f) return;
   TtangentType in = key->tanInType();
@@ -218,20 +226,16 @@ void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
     if (!c) continue;
     Tkeyframe* key = c->keyframe(index);
     if (!key) continue;
-    const TtangentType old = inSide ? key->tanInType() : key->tanOutType();
+    const TtangentType old = key->tangentType(side);
     if (old == type) continue;
     if (!c->beginChange()) continue;
     float x = 0.0f, y = 0.0f;
-    key->getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
-    if (inSide) {
-      key->setTanInType(type);
-    } else {
-      key->setTanOutType(type);
-    }
+    key->getTangent(side, x, y);
+    key->setTangentType(side, type);
     c->setSpanInterpMethod(index);
     c->invalidateCache(static_cast<int>(index));
     if (c->isMod()) {
-      const TtangentType now = inSide ? key->tanInType() : key->tanOutType();
+      const TtangentType now = key->tangentType(side);
       c->addDelta(new TPCDdragTan(c, index, inSide, old, now, x, y, x, y), false);
     }
     c->modifyTangents(index);

@@ -133,26 +133,23 @@ void TPCDdragTan::replayDrag(float x, float y) {
     // same write and fixed type, without the refusal.
     if (!fInSide || key->interpMethod() != Tkeyframe::kSpanLinear) return;
     if (!Access::beginChange(*fCurve)) return;
-    Access::setTanIn(*fCurve, key, x, y);
+    Access::setTangent(*fCurve, key, Tkeyframe::kInSide, x, y);
     fCurve->setTangentTypeHelper(fIndex, kTangentFixed, Tkeyframe::kInSide);
     Access::endChange(*fCurve, true);
   }
   // The recorded vectors were read from the key in their stored form, and
   // normalising a unit vector again can move its last bit; those bits
   // themselves go back.
+  const TpickKey::TpickBits side = fInSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
   float storedX = 0.0f;
   float storedY = 0.0f;
-  key->getTangent(fInSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, storedX, storedY);
+  key->getTangent(side, storedX, storedY);
   const auto near = [](float stored, float recorded) {
     return std::fabs(stored - recorded) <=
            kRenormalisationSlack * std::fmax(1.0f, std::fabs(recorded));
   };
   if ((storedX == x && storedY == y) || !near(storedX, x) || !near(storedY, y)) return;
-  if (fInSide) {
-    key->setTanIn(x, y);
-  } else {
-    key->setTanOut(x, y);
-  }
+  key->setTangent(side, x, y);
   Access::invalidateCache(*fCurve, static_cast<int>(fIndex));
 }
 

@@ -180,22 +180,16 @@ void TPCDinsertKey::swapNeighbours(unsigned at, unsigned next) {
   const auto exchange = [this](Tkeyframe* key, Tkeyframe* copy, bool inSide) {
     if (!key || !copy || key->timeAsTicks() != copy->timeAsTicks()) return;
     swapStates(*key, *copy);
+    const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
     float x = 0.0f;
     float y = 0.0f;
-    const TtangentType type = inSide ? key->tanInType() : key->tanOutType();
-    if (type == kTangentFixed) {
+    if (key->tangentType(side) == kTangentFixed) {
       // Written again through the curve so that its caches follow. A unit
       // vector normalised again can move by its last bit, so the swapped-in
       // bits are put back afterwards.
-      if (inSide) {
-        key->getTanIn(x, y);
-        Access::setTanIn(*fCurve, key, x, y);
-        key->setTanIn(x, y);
-      } else {
-        key->getTanOut(x, y);
-        Access::setTanOut(*fCurve, key, x, y);
-        key->setTanOut(x, y);
-      }
+      key->getTangent(side, x, y);
+      Access::setTangent(*fCurve, key, side, x, y);
+      key->setTangent(side, x, y);
     }
     Access::notifyClientsOfChange(*fCurve, key, TparamCurveModifiedMsg::kTangentChanged);
   };

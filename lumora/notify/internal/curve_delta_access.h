@@ -49,12 +49,11 @@ class TcurveDeltaAccess {
 
   // --- Tangents ----------------------------------------------------------------------------
 
-  /// Writes one side's tangent vector through the curve, so that its caches follow.
-  static void setTanIn(TparamCurve& curve, Tkeyframe* key, float x, float y) {
-    curve.setTanIn(key, x, y);
-  }
-  static void setTanOut(TparamCurve& curve, Tkeyframe* key, float x, float y) {
-    curve.setTanOut(key, x, y);
+  /// Writes one side's tangent vector through the curve's evaluator, so that
+  /// its caches follow (in side for Tkeyframe::kInSide, else out side).
+  static void setTangent(TparamCurve& curve, Tkeyframe* key, TpickKey::TpickBits side, float x,
+                         float y) {
+    curve.setTangent(key, side, x, y);
   }
   /// Recomputes the automatic tangents around key `index`.
   static bool modifyTangents(TparamCurve& curve, unsigned index) {
