@@ -80,19 +80,12 @@ void thriceHandle(const Tpoint& from, const Tpoint& to, float& x, float& y) {
 bool storeTangent(Tkeyframe* key, bool inSide, float x, float y) {
   if (key == nullptr || !std::isfinite(x) || !std::isfinite(y)) return false;
   if (x < 0.0f) x = 0.0f;
+  const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
   float cx = 0.0f;
   float cy = 0.0f;
-  if (inSide) {
-    key->getTanIn(cx, cy);
-  } else {
-    key->getTanOut(cx, cy);
-  }
+  key->getTangent(side, cx, cy);
   if (cx == x && cy == y) return false;
-  if (inSide) {
-    key->setTanIn(x, y);
-  } else {
-    key->setTanOut(x, y);
-  }
+  key->setTangent(side, x, y);
   return true;
 }
 

@@ -318,7 +318,8 @@ void TparamCurve::setIsWeighted(bool weighted) {
   invalidateCache(-1);
   adaptFixedTangentsForWeighting(weighted);
   const unsigned n = physicalCount();
-  for (unsigned i = 0; i < n; ++i) notifyClientsOfChange(keyframe(i), 4);
+  for (unsigned i = 0; i < n; ++i)
+    notifyClientsOfChange(keyframe(i), TparamCurveModifiedMsg::kWeightingChanged);
   endChange(true);
 }
 

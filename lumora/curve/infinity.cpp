@@ -242,7 +242,7 @@ void TparamCurve::setInfinityType(TinfinityType type, bool pre) {
     slot = stored;
     c->recordInfinityDelta(pre, old, stored);
     c->invalidateCache(-1);
-    c->notifyClientsOfChange(c->keyframe(0), 3);
+    c->notifyClientsOfChange(c->keyframe(0), TparamCurveModifiedMsg::kTangentChanged);
     c->endChange(true);
   }
 }

@@ -405,7 +405,7 @@ void TparamCurve::setValue(unsigned i, double v) {
   key->setValue(v);
   if (staticCurve()) checkStaticValueCondition(i);
   invalidateCache(static_cast<int>(i));
-  notifyClientsOfChange(key, 2);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyChanged);
   endChange(true);
 }
 
@@ -418,7 +418,7 @@ void TparamCurve::setValue(unsigned i, double v, float w) {
   key->setQuaternionW(w);
   if (staticCurve()) checkStaticValueCondition(i);
   invalidateCache(static_cast<int>(i));
-  notifyClientsOfChange(key, 2);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyChanged);
   endChange(true);
 }
 
@@ -436,7 +436,7 @@ bool TparamCurve::setTime(unsigned i, const TtimeValue& t) {
   key->setTime(t);
   const bool ordered = keyArray()->keyOrderValid(i);
   invalidateCache(static_cast<int>(i));
-  notifyClientsOfChange(key, 2);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kKeyChanged);
   endChange(true);
   return ordered;
 }

@@ -43,11 +43,14 @@
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/tangent_type.h"
 #include "lumora/notify/delta.h"
+#include "lumora/notify/param_curve_msgs.h"
 #include "lumora/select/pick_key.h"
 
 namespace lumora {
 
 namespace internal {
+class TcurveDeltaAccess;
+
 // Whether this file is being compiled with relaxed float maths (-ffast-math,
 // -ffinite-math-only, /fp:fast), which may rewrite the IEEE rounding and NaN
 // tests that inline sampling relies on.
@@ -371,15 +374,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
 
  private:
   friend class TparamCurveTestAccess;
-  friend class TparamCurveDelta;
-  friend class TPCDinfinityType;
-  friend class TPCDaddRemoveKey;
-  friend class TPCDinsertKey;
-  friend class TPCDblockAddRemoveKey;
-  friend class TPCDdragTan;
-  friend class TPCDcurveDelta;
-  friend class TPCDweightedTangents;
-  friend class TPCDrotationInterpolation;
+  // The private operations undo records replay edits with.
+  friend class internal::TcurveDeltaAccess;
 
   enum TcurveFlag : unsigned {
     kFlagStatic = 0,
@@ -474,6 +470,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void recomputeTangents(TkeyframeHandlePtrArray& keys);
   void setTanIn(Tkeyframe* key, float x, float y);
   void setTanOut(Tkeyframe* key, float x, float y);
+  /// setTanIn when `side` is Tkeyframe::kInSide, otherwise setTanOut.
+  void setTangent(Tkeyframe* key, TpickKey::TpickBits side, float x, float y);
   void scaleTangentX(Tkeyframe* key, float factor);
   void scaleTangentY(Tkeyframe* key, float factor);
   void checkStaticValueCondition(unsigned index);
@@ -493,8 +491,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   // --- Change scopes (notify/change_scope.cpp) ---
   bool beginChange();
   void endChange(bool changed);
-  void notifyClientsOfChange(Tkeyframe* key, int type);
-  void notifyClientsOfChange(unsigned index, int type);
+  void notifyClientsOfChange(Tkeyframe* key, TparamCurveModifiedMsg::TmessageType type);
+  void notifyClientsOfChange(unsigned index, TparamCurveModifiedMsg::TmessageType type);
   void sendAddDeleteMessage(Tkeyframe* key, bool added);
   static void disableAnimCurveModelUpdates();
 

@@ -14,10 +14,12 @@ class TparamCurveTestAccess {
   static void sendAddDeleteMessage(TparamCurve& c, Tkeyframe* key, bool added) {
     c.sendAddDeleteMessage(key, added);
   }
-  static void notifyClientsOfChange(TparamCurve& c, Tkeyframe* key, int type) {
+  static void notifyClientsOfChange(TparamCurve& c, Tkeyframe* key,
+                                    TparamCurveModifiedMsg::TmessageType type) {
     c.notifyClientsOfChange(key, type);
   }
-  static void notifyClientsOfChangeAt(TparamCurve& c, unsigned index, int type) {
+  static void notifyClientsOfChangeAt(TparamCurve& c, unsigned index,
+                                      TparamCurveModifiedMsg::TmessageType type) {
     c.notifyClientsOfChange(index, type);
   }
   static bool connectionsDirty(const TparamCurve& c) { return c.fConnectionsDirty; }

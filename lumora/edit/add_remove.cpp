@@ -20,7 +20,7 @@
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/key_deltas.h"
 #include "lumora/notify/param_curve_msgs.h"
 
 namespace lumora {
@@ -28,11 +28,6 @@ namespace lumora {
 namespace {
 
 using Tmsg = TparamCurveModifiedMsg;
-
-// Operations recorded by TPCDaddRemoveKey.
-constexpr int kDeltaKeyAdded = 0;
-constexpr int kDeltaKeyRemoved = 1;
-constexpr int kDeltaKeyReplaced = 2;
 
 // The curves one operation works on: this curve, or the three siblings.
 struct TcurveSet {
@@ -174,14 +169,11 @@ bool isFiniteBlock(const TdoubleArray& values, unsigned first, unsigned last) {
 
 // Writes one component of one side straight into the key, keeping the other.
 void writeComponent(Tkeyframe& key, bool inSide, bool xComponent, float v) {
+  const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
   float x = 0.0f, y = 0.0f;
-  key.getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
+  key.getTangent(side, x, y);
   (xComponent ? x : y) = v;
-  if (inSide) {
-    key.setTanIn(x, y);
-  } else {
-    key.setTanOut(x, y);
-  }
+  key.setTangent(side, x, y);
 }
 
 }  // namespace
@@ -201,7 +193,8 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
       if (!beginChange()) return false;
       Tkeyframe* existing = keyframe(i);
       if (isMod()) {
-        addDelta(new TPCDaddRemoveKey(this, kDeltaKeyReplaced, new Tkeyframe(*existing), existing),
+        addDelta(new TPCDaddRemoveKey(this, TPCDaddRemoveKey::kKeyReplaced,
+                                      new Tkeyframe(*existing), existing),
                  false);
       }
       const bool valueChanged = existing->value() != key.value();
@@ -234,7 +227,7 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
     if (c->staticCurve()) c->checkStaticValueCondition(i);
     c->invalidateCache(at);
     c->setSpanInterpMethod(i);
-    if (c->isMod()) c->addDelta(new TPCDaddRemoveKey(c, kDeltaKeyAdded, k), false);
+    if (c->isMod()) c->addDelta(new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyAdded, k), false);
     if (c->keyframeCount() > 1) c->modifyTangents(i);
     c->notifyClientsOfChange(k, Tmsg::kKeyAdded);
     c->endChange(true);
@@ -407,7 +400,7 @@ bool TparamCurve::insertKey(const Tkeyframe& key, bool keepShape) {
     if (keepShape) {
       addDelta(new TPCDinsertKey(this, k, prevCopy, nextCopy, i), false);
     } else {
-      addDelta(new TPCDaddRemoveKey(this, kDeltaKeyAdded, k), false);
+      addDelta(new TPCDaddRemoveKey(this, TPCDaddRemoveKey::kKeyAdded, k), false);
     }
   } else {
     delete prevCopy;
@@ -619,11 +612,7 @@ bool TparamCurve::setBlockTanType(unsigned first, unsigned last, Tint16Array& ty
   for (unsigned i = first; i <= last && i - first < types.count(); ++i) {
     Tkeyframe* key = keyframe(i);
     const auto type = static_cast<TtangentType>(types[i - first]);
-    if (inSide) {
-      key->setTanInType(type);
-    } else {
-      key->setTanOutType(type);
-    }
+    key->setTangentType(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, type);
     notifyClientsOfChange(key, Tmsg::kTangentChanged);
   }
   invalidateCache(-1);
@@ -643,7 +632,7 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
     // brings back the very object that handles point at.
     const bool keptByDelta = c->isMod() && !c->blockAddMode();
     if (keptByDelta) {
-      auto* delta = new TPCDaddRemoveKey(c, kDeltaKeyRemoved, key);
+      auto* delta = new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyRemoved, key);
       if (undoKey) *key = *undoKey;
       c->addDelta(delta, false);
     }

@@ -13,8 +13,8 @@
 #include "lumora/base/arena.h"
 #include "lumora/base/time_arrays.h"
 #include "lumora/keys/internal/key_pool.h"
+#include "lumora/notify/key_deltas.h"
 #include "lumora/notify/message_recorder_test_support.h"
-#include "lumora/notify/param_curve_delta.h"
 
 namespace lumora {
 namespace {

@@ -4,7 +4,7 @@
 #include "lumora/base/angle.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/drag_deltas.h"
 
 namespace lumora {
 
@@ -40,24 +40,16 @@ bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
   if (inSide && key->interpMethod() == Tkeyframe::kSpanLinear) return false;
   if (!beginChange()) return false;
 
+  const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
   if (inFileIO()) {
     // Files carry final tangents: no type change and nothing to undo.
-    if (inSide) {
-      key->setTanIn(x, y);
-    } else {
-      key->setTanOut(x, y);
-    }
+    key->setTangent(side, x, y);
   } else {
-    const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
     float oldX = 0.0f, oldY = 0.0f;
     key->getTangent(side, oldX, oldY);
     const TtangentType oldType = key->tangentType(side);
-    if (inSide) {
-      setTanIn(key, x, y);
-    } else {
-      setTanOut(key, x, y);
-    }
-    setTangentTypeHelper(index, kTangentFixed, inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide);
+    setTangent(key, side, x, y);
+    setTangentTypeHelper(index, kTangentFixed, side);
     if (isMod()) {
       float newX = 0.0f, newY = 0.0f;
       key->getTangent(side, newX, newY);
@@ -67,7 +59,7 @@ bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
   }
   if (staticCurve()) checkStaticTanCondition(index);
   invalidateCache(static_cast<int>(index));
-  notifyClientsOfChange(key, 3);
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   endChange(true);
   return true;
 }

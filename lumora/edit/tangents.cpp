@@ -6,7 +6,7 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/keys/keyframe_handle.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/drag_deltas.h"
 
 namespace lumora {
 
@@ -126,7 +126,7 @@ void TparamCurve::setTanIn(Tkeyframe* key, float x, float y) {
   if (changed) {
     unsigned index = 0;
     if (find(timeValue(key), index)) invalidateCache(static_cast<int>(index));
-    notifyClientsOfChange(key, 3);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   }
   endChange(changed);
 }
@@ -137,9 +137,17 @@ void TparamCurve::setTanOut(Tkeyframe* key, float x, float y) {
   if (changed) {
     unsigned index = 0;
     if (find(timeValue(key), index)) invalidateCache(static_cast<int>(index));
-    notifyClientsOfChange(key, 3);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   }
   endChange(changed);
+}
+
+void TparamCurve::setTangent(Tkeyframe* key, TpickKey::TpickBits side, float x, float y) {
+  if (side == Tkeyframe::kInSide) {
+    setTanIn(key, x, y);
+    return;
+  }
+  setTanOut(key, x, y);
 }
 
 void TparamCurve::scaleTangentX(Tkeyframe* key, float factor) {
@@ -205,7 +213,7 @@ void TparamCurve::checkStaticTanCondition(unsigned index) {
   // this exact test to decide when a curve stops being static.
   if (inY != key->value() || outY != key->value()) {
     setStaticCurve(false);
-    notifyClientsOfChange(key, 3);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
   }
 }
 
@@ -218,24 +226,20 @@ void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
     if (!c) continue;
     Tkeyframe* key = c->keyframe(index);
     if (!key) continue;
-    const TtangentType old = inSide ? key->tanInType() : key->tanOutType();
+    const TtangentType old = key->tangentType(side);
     if (old == type) continue;
     if (!c->beginChange()) continue;
     float x = 0.0f, y = 0.0f;
-    key->getTangent(inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide, x, y);
-    if (inSide) {
-      key->setTanInType(type);
-    } else {
-      key->setTanOutType(type);
-    }
+    key->getTangent(side, x, y);
+    key->setTangentType(side, type);
     c->setSpanInterpMethod(index);
     c->invalidateCache(static_cast<int>(index));
     if (c->isMod()) {
-      const TtangentType now = inSide ? key->tanInType() : key->tanOutType();
+      const TtangentType now = key->tangentType(side);
       c->addDelta(new TPCDdragTan(c, index, inSide, old, now, x, y, x, y), false);
     }
     c->modifyTangents(index);
-    c->notifyClientsOfChange(key, 3);
+    c->notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
     c->endChange(true);
   }
 }

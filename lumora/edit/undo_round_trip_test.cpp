@@ -15,7 +15,8 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/param_curve_test_support.h"
 #include "lumora/keys/keyframe_handle.h"
-#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/drag_deltas.h"
+#include "lumora/notify/key_deltas.h"
 
 namespace lumora {
 namespace {

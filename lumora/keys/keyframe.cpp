@@ -319,6 +319,10 @@ void Tkeyframe::getTangent(TpickKey::TpickBits which, float& x, float& y) const 
   }
 }
 
+Tkeyframe& Tkeyframe::setTangent(TpickKey::TpickBits which, float x, float y) {
+  return which == kInSide ? setTanIn(x, y) : setTanOut(x, y);
+}
+
 Tkeyframe& Tkeyframe::setTanIn(float x, float y) {
   fTanInX = x < 0.0f ? 0.0f : clampTangentComponent(x);
   fTanInY = clampTangentComponent(y);

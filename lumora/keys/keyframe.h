@@ -122,6 +122,9 @@ class LUMORA_API Tkeyframe {
   }
   /// `which` == kInSide reads the in side, anything else the out side.
   void getTangent(TpickKey::TpickBits which, float& x, float& y) const;
+  /// `which` == kInSide writes the in side as setTanIn does, anything else
+  /// the out side as setTanOut does.
+  Tkeyframe& setTangent(TpickKey::TpickBits which, float x, float y);
   /// x below 0 becomes 0, x magnitudes below 1e-5 become 0, x saturates at
   /// FLT_MAX; y saturates at +-FLT_MAX and magnitudes below 1e-5 become 0.
   Tkeyframe& setTanIn(float x, float y);

@@ -61,6 +61,27 @@ TEST(Tkeyframe, SettersClamp) {
   EXPECT_EQ(tangent(k, Tkeyframe::kInSide), (std::array{0.0f, 5.0f}));
 }
 
+// setTangent is setTanIn for the in side and setTanOut for any other value,
+// clamping alike and leaving the other side alone.
+TEST(Tkeyframe, SetTangentWritesOneSideWithTheSettersClamping) {
+  const std::tuple<TpickKey::TpickBits, TpickKey::TpickBits> sides[] = {
+      {Tkeyframe::kInSide, Tkeyframe::kOutSide},
+      {Tkeyframe::kOutSide, Tkeyframe::kInSide},
+      {TpickKey::kPickOutTangent, Tkeyframe::kInSide},  // not the in side: out
+  };
+  for (const auto& [side, other] : sides) {
+    Tkeyframe k;
+    k.setTanIn(3.0f, 4.0f).setTanOut(3.0f, 4.0f);
+    EXPECT_EQ(&k.setTangent(side, 2.0f, -7.5f), &k);
+    EXPECT_EQ(tangent(k, side), (std::array{2.0f, -7.5f})) << side;
+    EXPECT_EQ(tangent(k.setTangent(side, -2.0f, 5.0f), side), (std::array{0.0f, 5.0f})) << side;
+    EXPECT_EQ(tangent(k.setTangent(side, 1e-6f, -1e-6f), side), (std::array{0.0f, 0.0f})) << side;
+    EXPECT_EQ(tangent(k.setTangent(side, kInf, -kInf), side), (std::array{FLT_MAX, -FLT_MAX}))
+        << side;
+    EXPECT_EQ(tangent(k, other), (std::array{3.0f, 4.0f})) << side;
+  }
+}
+
 TEST(Tkeyframe, TangentTypeEncoding) {
   Tkeyframe k(0.0f, 0.0, kTangentFixed, kTangentFixed);
   for (int t = 1; t <= 10; ++t) {

@@ -105,7 +105,7 @@ void TparamCurve::endChange(bool changed) {
 
 // --- Per-curve messages ------------------------------------------------------------
 
-void TparamCurve::notifyClientsOfChange(Tkeyframe* key, int type) {
+void TparamCurve::notifyClientsOfChange(Tkeyframe* key, TparamCurveModifiedMsg::TmessageType type) {
   if (inFileIO() && !notifyClientsDuringFileIO()) return;
   if (gMessagesSilenced) return;
 
@@ -119,7 +119,7 @@ void TparamCurve::notifyClientsOfChange(Tkeyframe* key, int type) {
   if (fChangeDepth != 0 && !gModelUpdatesDisabled) disableAnimCurveModelUpdates();
 }
 
-void TparamCurve::notifyClientsOfChange(unsigned index, int type) {
+void TparamCurve::notifyClientsOfChange(unsigned index, TparamCurveModifiedMsg::TmessageType type) {
   notifyClientsOfChange(keyframe(index), type);
 }
 

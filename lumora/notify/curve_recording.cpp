@@ -1,7 +1,9 @@
 // TparamCurve: gathering undo deltas while the curve is in modification, and
 // the settings whose only side effect besides the change is a delta.
 #include "lumora/curve/param_curve.h"
+#include "lumora/notify/key_deltas.h"
 #include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/setting_deltas.h"
 
 namespace lumora {
 

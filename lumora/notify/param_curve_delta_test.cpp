@@ -10,7 +10,10 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/param_curve_test_support.h"
 #include "lumora/keys/keyframe.h"
+#include "lumora/notify/drag_deltas.h"
 #include "lumora/notify/internal/delta_module.h"
+#include "lumora/notify/key_deltas.h"
+#include "lumora/notify/setting_deltas.h"
 
 namespace lumora {
 namespace {
@@ -165,6 +168,42 @@ TEST_F(CurveDeltas, RecordsFollowTheClassTree) {
   EXPECT_FALSE(isDeltaOfType(&tan, TparamCurveDeltaTmeta));
   internal::startDeltaRecords();
   EXPECT_TRUE(isDeltaOfType(&tan, TparamCurveDeltaTmeta));
+}
+
+// Each family registers its own records; together they form one tree, and
+// stopping takes every one of them down.
+TEST_F(CurveDeltas, EveryFamilyRegistersItsRecordsUnderTheBase) {
+  struct Trow {
+    Tmetaclass* const* exported;
+    const char* name;
+    Tmetaclass* const* parent;
+  };
+  const Trow rows[] = {
+      {&TdeltaTmeta, "Tdelta", nullptr},
+      {&TdeltaCompositeTmeta, "TdeltaComposite", &TdeltaTmeta},
+      {&TparamCurveDeltaTmeta, "TparamCurveDelta", &TdeltaTmeta},
+      {&TparamCurveDeltaCompTmeta, "TparamCurveDeltaComp", &TdeltaCompositeTmeta},
+      {&TPCDaddRemoveKeyTmeta, "TPCDaddRemoveKey", &TparamCurveDeltaTmeta},
+      {&TPCDinsertKeyTmeta, "TPCDinsertKey", &TparamCurveDeltaTmeta},
+      {&TPCDblockAddRemoveKeyTmeta, "TPCDblockAddRemoveKey", &TparamCurveDeltaTmeta},
+      {&TPCDcurveDeltaTmeta, "TPCDcurveDelta", &TparamCurveDeltaTmeta},
+      {&TPCDdragKeyTmeta, "TPCDdragKey", &TparamCurveDeltaTmeta},
+      {&TPCDdragTanTmeta, "TPCDdragTan", &TparamCurveDeltaTmeta},
+      {&TPCDinfinityTypeTmeta, "TPCDinfinityType", &TparamCurveDeltaTmeta},
+      {&TPCDweightedTangentsTmeta, "TPCDweightedTangents", &TparamCurveDeltaTmeta},
+      {&TPCDrotationInterpolationTmeta, "TPCDrotationInterpolation", &TparamCurveDeltaTmeta},
+  };
+  internal::startDeltaRecords();  // a second start changes nothing
+  for (const Trow& row : rows) {
+    ASSERT_NE(*row.exported, nullptr) << row.name;
+    EXPECT_STREQ((*row.exported)->name(), row.name);
+    EXPECT_EQ((*row.exported)->parent(), row.parent ? *row.parent : nullptr) << row.name;
+  }
+  internal::stopDeltaRecords();
+  for (const Trow& row : rows) EXPECT_EQ(*row.exported, nullptr) << row.name;
+  internal::stopDeltaRecords();  // a second stop changes nothing
+  internal::startDeltaRecords();
+  for (const Trow& row : rows) EXPECT_NE(*row.exported, nullptr) << row.name;
 }
 
 }  // namespace

@@ -10,11 +10,23 @@
 
 namespace lumora::internal {
 
-/// Creates the sixteen records of Tdelta, TdeltaComposite, TparamCurveDelta,
-/// the thirteen curve delta kinds and TparamCurveDeltaComp, and publishes
-/// them through their exported pointers.
+/// Creates the thirteen records of Tdelta, TdeltaComposite, TparamCurveDelta,
+/// TparamCurveDeltaComp and the nine curve delta kinds, and publishes them
+/// through their exported pointers: the base records first, then each family
+/// below in the order listed.
 void startDeltaRecords();
-/// Destroys those records; their exported pointers become null.
+/// Destroys those records, families first, in the reverse order; their
+/// exported pointers become null.
 void stopDeltaRecords();
+
+// Each family of kinds registers the records of its own classes beside them
+// (key_deltas.cpp, drag_deltas.cpp, setting_deltas.cpp). The base records
+// must exist when a family starts.
+void startKeyDeltaRecords();
+void stopKeyDeltaRecords();
+void startDragDeltaRecords();
+void stopDragDeltaRecords();
+void startSettingDeltaRecords();
+void stopSettingDeltaRecords();
 
 }  // namespace lumora::internal
