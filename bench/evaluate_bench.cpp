@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "lumora/curve/param_curve.h"
-#include "lumora/curve/reference_curves.h"
 #include "lumora/keys/keyframe.h"
+#include "testing/reference_curves.h"
 
 namespace lumora {
 namespace {

@@ -27,7 +27,6 @@
 #include "lumora/curve/bezier_segment_evaluator.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/curve/param_curve.h"
-#include "lumora/curve/reference_curves.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/keyframe_group.h"

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "lumora/curve/param_curve.h"
-#include "lumora/curve/reference_curves.h"
 #include "lumora/keys/keyframe.h"
+#include "testing/reference_curves.h"
 #include "tools/lumora/commands.h"
 #include "tools/lumora/options.h"
 #include "tools/lumora/sample_table.h"

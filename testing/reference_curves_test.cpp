@@ -1,4 +1,4 @@
-#include "lumora/curve/reference_curves.h"
+#include "testing/reference_curves.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,6 @@
-// Named reference curves shared by tests, benchmarks and the demo tool.
+// Named reference curves shared by tests, benchmarks and the demo tool. They
+// live in the lumora_testing library, beside the code that checks curves, and
+// are not part of the installed product.
 //
 // Each builder empties the curve it is given and fills it with one well-known
 // shape, so that a test, a benchmark and a picture can all talk about "the
@@ -23,8 +25,6 @@
 //    procedural or reference curve whose helpers say no); the curve then holds
 //    whatever was built up to that edit.
 #pragma once
-
-#include "lumora/base/export.h"
 
 namespace lumora {
 
@@ -53,7 +53,7 @@ inline constexpr float kBallPeriod = 1.0f;
 /// The launch and landing slopes are those of the parabola through the three
 /// flight keys, so the flight is a true parabola: sharp at the ground, round
 /// at the top. Pre infinity constant, post infinity cycle.
-LUMORA_API bool bouncingBall(TparamCurve& curve);
+bool bouncingBall(TparamCurve& curve);
 
 // --- Weighted shapes -----------------------------------------------------------------
 
@@ -61,21 +61,21 @@ LUMORA_API bool bouncingBall(TparamCurve& curve);
 /// handles sit at 0.4 and 0.75 of the span instead of the thirds, so time is
 /// not linear in the Bezier parameter and every sample solves for it.
 /// Constant infinities.
-LUMORA_API bool twoKeyBezier(TparamCurve& curve);
+bool twoKeyBezier(TparamCurve& curve);
 
 /// Two weighted keys, (0 s, 0) and (1 s, 1), whose flat handles are so long
 /// (one and a half spans) that each reaches past the other key: left alone the
 /// curve would run backwards in time. The segment is cut to the longest
 /// monotonic handles, giving a steep S that never folds back. Constant
 /// infinities.
-LUMORA_API bool regressiveS(TparamCurve& curve);
+bool regressiveS(TparamCurve& curve);
 
 // --- Bulk --------------------------------------------------------------------------------
 
 /// `keys` non-weighted spline keys at 0, 1, 2, ... seconds with pseudo-random
 /// values in [-1, 1]. The same seed gives the same values on every platform.
 /// Constant infinities. Meant for benchmarks.
-LUMORA_API bool denseSpline(TparamCurve& curve, unsigned keys, unsigned seed);
+bool denseSpline(TparamCurve& curve, unsigned keys, unsigned seed);
 
 }  // namespace reference
 }  // namespace lumora
