@@ -12,6 +12,7 @@
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
+#include "lumora/notify/key_states.h"
 
 namespace lumora {
 
@@ -310,6 +311,9 @@ double TparamCurve::evaluateQuaternionAsEulerComponent(float /*t*/, bool* failed
 void TparamCurve::setIsWeighted(bool weighted) {
   if (isWeighted() == weighted) return;
   if (!beginChange()) return;
+  // Adapting fixed tangents to the other mode can lose what the first mode
+  // held (a handle length), so undo puts every key back as it was.
+  TkeyStatesRecorder states(*this, 0, TkeyStates::kWholeCurve);
   recordWeightedDelta();
   fCurveFlags.setBit(kFlagWeighted, weighted);
   if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(-1);
@@ -320,6 +324,7 @@ void TparamCurve::setIsWeighted(bool weighted) {
   const unsigned n = physicalCount();
   for (unsigned i = 0; i < n; ++i)
     notifyClientsOfChange(keyframe(i), TparamCurveModifiedMsg::kWeightingChanged);
+  states.finish(0, TkeyStates::kWholeCurve);
   endChange(true);
 }
 

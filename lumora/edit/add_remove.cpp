@@ -21,6 +21,7 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/notify/key_deltas.h"
+#include "lumora/notify/key_states.h"
 #include "lumora/notify/param_curve_msgs.h"
 
 namespace lumora {
@@ -28,6 +29,9 @@ namespace lumora {
 namespace {
 
 using Tmsg = TparamCurveModifiedMsg;
+
+// The keys an edit of one key may change, in both directions.
+constexpr unsigned kReach = TkeyStates::kNeighbourReach;
 
 // The curves one operation works on: this curve, or the three siblings.
 struct TcurveSet {
@@ -191,6 +195,7 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
     if (findTime(*c, t, i)) {
       if (!isSelf) continue;  // a sibling's own key is never overwritten
       if (!beginChange()) return false;
+      TkeyStatesRecorder states(*this, i, kReach);
       Tkeyframe* existing = keyframe(i);
       if (isMod()) {
         addDelta(new TPCDaddRemoveKey(this, TPCDaddRemoveKey::kKeyReplaced,
@@ -208,12 +213,14 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
       if (staticCurve()) checkStaticValueCondition(i);
       if (valueChanged) notifyClientsOfChange(existing, Tmsg::kKeyChanged);
       invalidateCache(static_cast<int>(i));
+      states.finish(i, kReach);
       endChange(true);
       result = true;
       continue;
     }
 
     if (!c->beginChange()) return false;
+    TkeyStatesRecorder states(*c, i, kReach);
     Tkeyframe* k = makeAddedKey(*c, isSelf, key, t, i);
     const int at = k ? c->arrayInsert(k, i) : -1;
     if (at < 0) {
@@ -230,6 +237,7 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
     if (c->isMod()) c->addDelta(new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyAdded, k), false);
     if (c->keyframeCount() > 1) c->modifyTangents(i);
     c->notifyClientsOfChange(k, Tmsg::kKeyAdded);
+    states.finish(i, kReach);
     c->endChange(true);
   }
   return result;
@@ -332,12 +340,15 @@ bool TparamCurve::insertKey(const Tkeyframe& key, bool keepShape) {
   if (!isUsableKey(*this, key)) return false;
   if (!fSegmentEvaluator || !beginChange()) return false;
   unsigned i = 0;
-  if (findTime(*this, timeValue(&key), i)) {
+  const bool exists = findTime(*this, timeValue(&key), i);
+  TkeyStatesRecorder states(*this, i, kReach);
+  if (exists) {
     if (!add(key, /*ignored=*/true, /*allSiblings=*/true)) {
       endChange(false);
       return false;
     }
     notifyClientsOfChange(keyframe(i), Tmsg::kKeyAdded);
+    states.finish(i, kReach);
     endChange(true);
     return true;
   }
@@ -409,6 +420,7 @@ bool TparamCurve::insertKey(const Tkeyframe& key, bool keepShape) {
   invalidateCache(at);
   if (staticCurve()) checkStaticValueCondition(i);
   notifyClientsOfChange(k, Tmsg::kKeyAdded);
+  states.finish(i, kReach);
   endChange(true);
   return true;
 }
@@ -631,11 +643,11 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
     // While recording, the delta keeps the key object itself, so that undo
     // brings back the very object that handles point at.
     const bool keptByDelta = c->isMod() && !c->blockAddMode();
-    if (keptByDelta) {
-      auto* delta = new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyRemoved, key);
-      if (undoKey) *key = *undoKey;
-      c->addDelta(delta, false);
-    }
+    if (keptByDelta && undoKey) *key = *undoKey;
+    // Taken once the key holds what undo must bring back.
+    TkeyStatesRecorder states(*c, index, keptByDelta ? kReach : 0);
+    if (keptByDelta)
+      c->addDelta(new TPCDaddRemoveKey(c, TPCDaddRemoveKey::kKeyRemoved, key), false);
     c->keyArray()->removeKey(index);
     if (!keptByDelta) delete key;
     if (index > 0) {
@@ -648,6 +660,7 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
     }
     c->invalidateCache(static_cast<int>(index));
     if (c->keyframeCount() == 0) c->setStaticCurve(true);
+    if (keptByDelta) states.finish(index, kReach);
     c->endChange(true);
   }
 }

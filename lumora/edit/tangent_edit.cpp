@@ -5,6 +5,7 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/notify/drag_deltas.h"
+#include "lumora/notify/key_states.h"
 
 namespace lumora {
 
@@ -39,6 +40,7 @@ bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
   if (!key || !std::isfinite(x) || !std::isfinite(y)) return false;
   if (inSide && key->interpMethod() == Tkeyframe::kSpanLinear) return false;
   if (!beginChange()) return false;
+  TkeyStatesRecorder states(*this, index, TkeyStates::kNeighbourReach);
 
   const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
   if (inFileIO()) {
@@ -60,6 +62,7 @@ bool TparamCurve::dragTangent(unsigned index, float x, float y, bool inSide) {
   if (staticCurve()) checkStaticTanCondition(index);
   invalidateCache(static_cast<int>(index));
   notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+  states.finish(index, TkeyStates::kNeighbourReach);
   endChange(true);
   return true;
 }

@@ -7,6 +7,7 @@
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/keys/keyframe_handle.h"
 #include "lumora/notify/drag_deltas.h"
+#include "lumora/notify/key_states.h"
 
 namespace lumora {
 
@@ -229,6 +230,7 @@ void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
     const TtangentType old = key->tangentType(side);
     if (old == type) continue;
     if (!c->beginChange()) continue;
+    TkeyStatesRecorder states(*c, index, TkeyStates::kNeighbourReach);
     float x = 0.0f, y = 0.0f;
     key->getTangent(side, x, y);
     key->setTangentType(side, type);
@@ -240,6 +242,7 @@ void TparamCurve::setTangentTypeHelper(unsigned index, TtangentType type,
     }
     c->modifyTangents(index);
     c->notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+    states.finish(index, TkeyStates::kNeighbourReach);
     c->endChange(true);
   }
 }

@@ -61,12 +61,16 @@ void TPCDdragKey::setOldState(const TtimeValue& time, double value, double w) {
 }
 
 void TPCDdragKey::undo() {
+  const bool replay = beginReplay();
   apply(fOldTime, fOldValue, fOldW);
+  endReplay(replay, /*after=*/false);
   setUndone(true);
 }
 
 void TPCDdragKey::redo() {
+  const bool replay = beginReplay();
   apply(fNewTime, fNewValue, fNewW);
+  endReplay(replay, /*after=*/true);
   setUndone(false);
 }
 
@@ -102,21 +106,26 @@ void* TPCDdragTan::cast(Tmetaclass* record) {
 }
 
 void TPCDdragTan::undo() {
+  const bool replay = beginReplay();
   apply(fOldType, fOldX, fOldY);
+  endReplay(replay, /*after=*/false);
   setUndone(true);
 }
 
 void TPCDdragTan::redo() {
+  const bool replay = beginReplay();
   apply(fNewType, fNewX, fNewY);
+  endReplay(replay, /*after=*/true);
   setUndone(false);
 }
 
 void TPCDdragTan::apply(TtangentType type, float x, float y) {
   if (!fCurve || fIndex >= fCurve->keyframeCount()) return;
-  // A fixed tangent that did not move needs no drag; any other change is
-  // replayed as one, which also makes the side fixed for the moment.
-  const bool unmoved = fOldType == kTangentFixed && fNewType == kTangentFixed &&
-                       std::fabs(fOldX - fNewX) < kTangentTolerance &&
+  // A tangent that did not move under one type needs no drag (a drag would
+  // leave the side fixed, and a type that was set again without changing
+  // has no other type to go back to); any other change is replayed as one,
+  // which also makes the side fixed for the moment.
+  const bool unmoved = fOldType == fNewType && std::fabs(fOldX - fNewX) < kTangentTolerance &&
                        std::fabs(fOldY - fNewY) < kTangentTolerance;
   if (!unmoved) replayDrag(x, y);
   if (fOldType != fNewType) {

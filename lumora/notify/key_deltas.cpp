@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <unordered_set>
 
 #include "lumora/base/time_arrays.h"
 #include "lumora/base/typed_array.h"
@@ -80,20 +81,24 @@ void* TPCDaddRemoveKey::cast(Tmetaclass* record) {
 }
 
 void TPCDaddRemoveKey::undo() {
+  const bool replay = beginReplay();
   if (fCurve) {
     if (fOperation == kKeyAdded) takeOut();
     if (fOperation == kKeyRemoved) putBack();
     if (fOperation == kKeyReplaced && !fStateSwapped) fStateSwapped = swapState();
   }
+  endReplay(replay, /*after=*/false);
   setUndone(true);
 }
 
 void TPCDaddRemoveKey::redo() {
+  const bool replay = beginReplay();
   if (fCurve) {
     if (fOperation == kKeyAdded) putBack();
     if (fOperation == kKeyRemoved) takeOut();
     if (fOperation == kKeyReplaced && fStateSwapped) fStateSwapped = !swapState();
   }
+  endReplay(replay, /*after=*/true);
   setUndone(false);
 }
 
@@ -107,7 +112,7 @@ void TPCDaddRemoveKey::takeOut() {
   if (fKeyOut) return;
   // Redoing a removal repeats remove(), which leaves a new first key alone;
   // undoing an addition in front must give that key its old tangents back.
-  if (detachKey(*fCurve, fKeyframe, /*refreshNewFirst=*/fOperation == kKeyAdded)) fKeyOut = true;
+  if (detachKey(*fCurve, fKeyframe, /*refreshNewFirst=*/true)) fKeyOut = true;
 }
 
 bool TPCDaddRemoveKey::swapState() {
@@ -147,7 +152,7 @@ void TPCDinsertKey::undo() {
   setUndone(true);
   if (!fCurve || fKeyOut) return;
   const unsigned i = indexOfKey(*fCurve, fInserted);
-  if (i == kNoIndex || !Access::beginChange(*fCurve)) return;
+  if (i == kNoIndex || !beginReplay()) return;
   fIndex = i;
   swapNeighbours(i, i + 1);
   if (detachKey(*fCurve, fInserted, /*refreshNewFirst=*/true)) {
@@ -155,7 +160,7 @@ void TPCDinsertKey::undo() {
   } else {
     swapNeighbours(i, i + 1);
   }
-  Access::endChange(*fCurve, true);
+  endReplay(/*opened=*/true, /*after=*/false);
 }
 
 void TPCDinsertKey::redo() {
@@ -163,7 +168,7 @@ void TPCDinsertKey::redo() {
   if (!fCurve || !fKeyOut || !fInserted) return;
   unsigned i = 0;
   if (fCurve->find(fCurve->timeValue(fInserted), i)) return;  // the time is taken meanwhile
-  if (!Access::beginChange(*fCurve)) return;
+  if (!beginReplay()) return;
   fIndex = i;
   swapNeighbours(i, i);
   if (Access::addRemovedKey(*fCurve, fInserted)) {
@@ -171,7 +176,7 @@ void TPCDinsertKey::redo() {
   } else {
     swapNeighbours(i, i);
   }
-  Access::endChange(*fCurve, true);
+  endReplay(/*opened=*/true, /*after=*/true);
 }
 
 void TPCDinsertKey::swapNeighbours(unsigned at, unsigned next) {
@@ -275,15 +280,32 @@ void TPCDblockAddRemoveKey::removeBlock() {
 
 // --- TPCDcurveDelta ----------------------------------------------------------------------
 
+// One saved key: the object (watched, so that its deletion is noticed), its
+// saved state, and whether this delta holds the object outside the curve.
+class TPCDcurveDelta::Tentry final : public TkeyWatch {
+ public:
+  Tentry(Tkeyframe* key, bool held) : state(*key), held(held) { watch(key); }
+  ~Tentry() override {
+    if (held) delete watchedKey();
+  }
+  Tkeyframe* key() const { return watchedKey(); }
+
+  Tkeyframe state;
+  bool held;
+
+ private:
+  void keyDeleted(Tkeyframe* /*key*/) override { held = false; }
+};
+
 TPCDcurveDelta::TPCDcurveDelta(TparamCurve* curve) : TparamCurveDelta(curve) {
   if (!curve) return;
   const unsigned n = Access::physicalCount(*curve);
   fEntries.reserve(n);
   for (unsigned i = 0; i < n; ++i) {
-    Tkeyframe* key = curve->keyframe(i);
-    if (key) fEntries.push_back({key, std::make_unique<Tkeyframe>(*key)});
+    if (Tkeyframe* key = curve->keyframe(i))
+      fEntries.push_back(std::make_unique<Tentry>(key, false));
   }
-  std::sort(fEntries.begin(), fEntries.end(), byKey);
+  fStatic = curve->staticCurve();
 }
 
 TPCDcurveDelta::~TPCDcurveDelta() = default;
@@ -307,58 +329,70 @@ void TPCDcurveDelta::redo() {
   setUndone(false);
 }
 
-bool TPCDcurveDelta::byKey(const Tentry& a, const Tentry& b) {
-  return std::less<const Tkeyframe*>()(a.key, b.key);
-}
-
-bool TPCDcurveDelta::inSnapshot(const Tkeyframe* key) const {
-  const Tentry probe{const_cast<Tkeyframe*>(key), nullptr};
-  return std::binary_search(fEntries.begin(), fEntries.end(), probe, byKey);
-}
-
 bool TPCDcurveDelta::exchange() {
   if (!fCurve || !Access::keyArray(*fCurve)) return false;
   if (!Access::beginChange(*fCurve)) return false;
+  using Tmsg = TparamCurveModifiedMsg;
 
-  std::vector<Tkeyframe*> present;
-  const unsigned before = Access::physicalCount(*fCurve);
-  for (unsigned i = 0; i < before; ++i) present.push_back(fCurve->keyframe(i));
+  // The state being left, as the next exchange will bring it back.
+  const bool leavingStatic = fCurve->staticCurve();
+  std::vector<std::unique_ptr<Tentry>> leaving;
+  const unsigned count = Access::physicalCount(*fCurve);
+  leaving.reserve(count);
+  std::unordered_set<const Tkeyframe*> saved;
+  for (const auto& entry : fEntries) {
+    if (entry->key()) saved.insert(entry->key());
+  }
+  for (unsigned i = 0; i < count; ++i) {
+    Tkeyframe* key = fCurve->keyframe(i);
+    // A key the saved state does not know leaves the curve and is held here.
+    if (key) leaving.push_back(std::make_unique<Tentry>(key, !saved.contains(key)));
+  }
   fCurve->removeAllKeys(/*recreate=*/true, /*deleteKeys=*/false);
-
-  // Keys the snapshot does not know belong to the state being left; once
-  // the array has forgotten them nobody else would delete them.
-  for (Tkeyframe* key : present) {
-    if (inSnapshot(key)) continue;
-    Access::sendAddDeleteMessage(*fCurve, key, /*added=*/false);
-    Access::notifyClientsOfChange(*fCurve, key, TparamCurveModifiedMsg::kKeyRemoved);
-    delete key;
+  for (const auto& entry : leaving) {
+    if (!entry->held) continue;
+    Access::sendAddDeleteMessage(*fCurve, entry->key(), /*added=*/false);
+    Access::notifyClientsOfChange(*fCurve, entry->key(), Tmsg::kKeyRemoved);
   }
 
-  // Only saved keys that were in the curve go back: one held outside by
-  // another record is that record's.
-  std::sort(present.begin(), present.end(), std::less<Tkeyframe*>());
-  for (Tentry& entry : fEntries) {
-    if (!std::binary_search(present.begin(), present.end(), entry.key, std::less<Tkeyframe*>())) {
+  std::unordered_set<const Tkeyframe*> present;
+  for (const auto& entry : leaving) present.insert(entry->key());
+  for (auto& entry : fEntries) {
+    Tkeyframe* key = entry->key();
+    const bool wasHeld = entry->held;
+    if (!key) {
+      // Deleted since it was saved: the state comes back in a new object.
+      key = new Tkeyframe(entry->state);
+    } else if (wasHeld) {
+      entry->held = false;
+    } else if (present.contains(key)) {
+      // Assignment keeps the key's own selection; the cache pointer is not
+      // state either.
+      float* cache = key->getQuaternionEulerCache();
+      *key = entry->state;
+      key->setQuaternionEulerCache(cache);
+    } else {
+      continue;  // alive outside the curve: another record's
+    }
+    if (Access::arrayInsert(*fCurve, key, kNoIndex) < 0) {
+      // Only a curve changed behind the records' backs can refuse a saved
+      // key; the key then stays out, with whoever held it.
+      if (!entry->key()) delete key;
+      if (wasHeld) entry->held = true;
       continue;
     }
-    swapStates(*entry.key, *entry.copy);
-    if (Access::arrayInsert(*fCurve, entry.key, kNoIndex) < 0) {
-      // Two saved keys at one time cannot both go back; the one refused
-      // leaves the curve for good.
-      Access::sendAddDeleteMessage(*fCurve, entry.key, /*added=*/false);
-      delete entry.key;
-      entry.key = nullptr;
+    if (!present.contains(key)) {
+      Access::sendAddDeleteMessage(*fCurve, key, /*added=*/true);
+      Access::notifyClientsOfChange(*fCurve, key, Tmsg::kKeyAdded);
     }
   }
-  std::erase_if(fEntries, [](const Tentry& entry) { return entry.key == nullptr; });
+  fEntries = std::move(leaving);
 
-  // The saved states carry their span methods and tangents; only the
-  // curve's static flag, which removeAllKeys set, is derived again.
-  const unsigned n = Access::physicalCount(*fCurve);
-  for (unsigned i = 0; i < n; ++i) Access::checkStaticValueCondition(*fCurve, i);
+  fCurve->setStaticCurve(fStatic);
+  fStatic = leavingStatic;
   Access::invalidateCache(*fCurve, -1);
-  for (unsigned i = 0; i < n; ++i)
-    Access::notifyClientsOfChange(*fCurve, i, TparamCurveModifiedMsg::kKeyChanged);
+  const unsigned n = Access::physicalCount(*fCurve);
+  for (unsigned i = 0; i < n; ++i) Access::notifyClientsOfChange(*fCurve, i, Tmsg::kKeyChanged);
   Access::endChange(*fCurve, true);
   return true;
 }

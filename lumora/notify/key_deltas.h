@@ -167,12 +167,17 @@ class LUMORA_API TPCDblockAddRemoveKey : public TparamCurveDelta {
 ///
 /// Undo and redo are the same exchange: the curve's key objects take the
 /// saved states whole, span methods included (each keeps its own selection),
-/// and the snapshot takes theirs. An undo repeated without a redo between
-/// exchanges nothing, and likewise for redo.
-/// Keys that are in the curve but not in the snapshot are deleted, as the
-/// state they belong to is gone; saved keys that are not in the curve at the
-/// time are left alone. The copies are owned; the key objects are the
-/// curve's.
+/// and the snapshot takes theirs, together with the curve's static flag. An
+/// undo repeated without a redo between exchanges nothing, and likewise for
+/// redo.
+///
+/// Keys that are in the curve but not in the snapshot (they entered without
+/// an undo record of their own) leave the curve and are held by this delta
+/// until the next exchange brings them back; it deletes those it holds when
+/// destroyed. A saved key that has been deleted meanwhile comes back as a new
+/// key object with its saved state. A saved key that is alive but outside
+/// the curve belongs to another undo record and is left alone. The key
+/// objects in the curve are the curve's.
 class LUMORA_API TPCDcurveDelta : public TparamCurveDelta {
  public:
   explicit TPCDcurveDelta(TparamCurve* curve);
@@ -186,17 +191,13 @@ class LUMORA_API TPCDcurveDelta : public TparamCurveDelta {
   unsigned entryCount() const { return static_cast<unsigned>(fEntries.size()); }
 
  private:
-  struct Tentry {
-    Tkeyframe* key;                   // the curve's object
-    std::unique_ptr<Tkeyframe> copy;  // the other state
-  };
-  static bool byKey(const Tentry& a, const Tentry& b);
+  class Tentry;
   /// False when the curve refused (nothing exchanged).
   bool exchange();
-  bool inSnapshot(const Tkeyframe* key) const;
 
-  std::vector<Tentry> fEntries;  // sorted by key object, for lookups by key
-  bool fSwapped = false;         // the curve holds the saved states
+  std::vector<std::unique_ptr<Tentry>> fEntries;
+  bool fStatic = false;   // the saved state's static flag
+  bool fSwapped = false;  // the curve holds the saved states
 };
 
 }  // namespace lumora

@@ -64,6 +64,17 @@ void TparamCurveDelta::setSubjectKey(Tkeyframe* key) {
   fSubjectKey = key;
 }
 
+bool TparamCurveDelta::beginReplay() {
+  return fCurve != nullptr && Access::beginChange(*fCurve);
+}
+
+void TparamCurveDelta::endReplay(bool opened, bool after) {
+  if (!opened) return;
+  fKeyStates.restore(*fCurve, after);
+  // The kind's own steps and the restore reported their changes themselves.
+  Access::endChange(*fCurve, /*changed=*/false);
+}
+
 unsigned TparamCurveDelta::indexOfKey(const TparamCurve& curve, const Tkeyframe* key) {
   if (!key) return kNoIndex;
   unsigned index = 0;

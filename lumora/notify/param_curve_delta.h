@@ -33,6 +33,8 @@
 //    merges and composites nest instead of flattening.
 #pragma once
 
+#include <utility>
+
 #include "lumora/base/export.h"
 #include "lumora/base/metaclass.h"
 #include "lumora/base/sorted_array.h"
@@ -40,6 +42,7 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/notify/delta.h"
+#include "lumora/notify/key_states.h"
 
 namespace lumora {
 
@@ -58,6 +61,12 @@ LUMORA_API bool isDeltaOfType(const Tdelta* delta, const Tmetaclass* record);
 /// A delta whose curve is null does nothing when undone or redone (it still
 /// changes its undone mark). The curve is not owned and must outlive the
 /// delta's undo and redo calls.
+///
+/// Besides what its kind records, a delta may carry the full states of the
+/// keys around its edit (TkeyStates), taken before and after the edit. The
+/// kinds that change keys put those states back after their own undo or
+/// redo, inside the same change scope, so that an undone edit gives back the
+/// curve bit for bit, and a redone one repeats it.
 class LUMORA_API TparamCurveDelta : public Tdelta {
  public:
   // --- Construction ----------------------------------------------------------------------
@@ -76,6 +85,9 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   void redo() override = 0;
   /// Sets the key some kinds act on (not owned).
   virtual void setSubjectKey(Tkeyframe* key);
+  /// The states of the keys around the edit, from before and after it.
+  void setKeyStates(TkeyStates states) { fKeyStates = std::move(states); }
+  const TkeyStates& keyStates() const { return fKeyStates; }
 
   // --- Access ----------------------------------------------------------------------------
 
@@ -107,8 +119,17 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   static void restoreKey(TparamCurve& curve, unsigned index, const TtimeValue& time, double value,
                          double w);
 
+  /// Opens the change scope around a kind's undo or redo; false when there
+  /// is no curve or the scope is refused (the kind then goes on as it would
+  /// without one).
+  bool beginReplay();
+  /// Puts back the recorded key states from before (or, with `after`, from
+  /// after) the edit, then closes the scope that beginReplay opened.
+  void endReplay(bool opened, bool after);
+
   TparamCurve* fCurve = nullptr;
   Tkeyframe* fSubjectKey = nullptr;
+  TkeyStates fKeyStates;
 };
 
 /// A composite of curve deltas, as a curve gathers them during one

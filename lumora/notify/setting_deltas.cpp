@@ -60,12 +60,16 @@ void* TPCDweightedTangents::cast(Tmetaclass* record) {
 }
 
 void TPCDweightedTangents::undo() {
+  const bool replay = beginReplay();
   toggle();
+  endReplay(replay, /*after=*/false);
   setUndone(true);
 }
 
 void TPCDweightedTangents::redo() {
+  const bool replay = beginReplay();
   toggle();
+  endReplay(replay, /*after=*/true);
   setUndone(false);
 }
 
