@@ -3,6 +3,8 @@
 
 #include <lumora/lumora.h>
 
+#include "readme_example.h"
+
 int main() {
   using namespace lumora;
   Tkeyframe key(1.0f, 2.5, kTangentGlobal, kTangentGlobal);
@@ -13,5 +15,8 @@ int main() {
   Tstring line;
   item->writeAsCommand(line);
   std::printf("%s\n", line.c_str());
+
+  // The README's example samples a cycling curve after an undone removal.
+  std::printf("readme example: %.17g\n", readmeExample());
   return 0;
 }
