@@ -18,6 +18,7 @@
 //    been released: it may look at the key's address but must not read it.
 //  * Watching costs nothing on keys nobody watches: a key carries one 32-bit
 //    slot number, 0 while unwatched.
+//  * TkeyPointer below is the simplest watch: a pointer that turns null.
 //  * Single-threaded, like every edit: keys must not be watched, unwatched or
 //    deleted from two threads at once.
 #pragma once
@@ -59,6 +60,25 @@ class LUMORA_API TkeyWatch {
   Tkeyframe* fKey = nullptr;
   TkeyWatch* fPrev = nullptr;
   TkeyWatch* fNext = nullptr;
+};
+
+/// A pointer to a key object that turns null when the key is deleted, for
+/// records that name a key they do not always own.
+///
+///   TkeyPointer p(key);
+///   delete key;   // p.get() is null now
+class LUMORA_API TkeyPointer final : public TkeyWatch {
+ public:
+  TkeyPointer() = default;
+  explicit TkeyPointer(Tkeyframe* key) { watch(key); }
+  TkeyPointer& operator=(Tkeyframe* key) {
+    watch(key);
+    return *this;
+  }
+  Tkeyframe* get() const { return watchedKey(); }
+
+ private:
+  void keyDeleted(Tkeyframe* /*key*/) override {}
 };
 
 }  // namespace lumora

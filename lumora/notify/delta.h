@@ -6,9 +6,9 @@
 // then on.
 //
 //   curve.beginMod();
-//   curve.setValue(0, 2.0);           // records a delta
+//   curve.add(Tkeyframe(2.0f, 5.0));  // records a delta
 //   std::unique_ptr<Tdelta> d(curve.endMod());
-//   d->undo();                        // value back to what it was
+//   d->undo();                        // the key is gone again
 //   d->redo();
 //
 // A composite owns its children and undoes them last to first.

@@ -68,7 +68,7 @@ TPCDaddRemoveKey::TPCDaddRemoveKey(TparamCurve* curve, int operation, Tkeyframe*
 }
 
 TPCDaddRemoveKey::~TPCDaddRemoveKey() {
-  if (fOperation == kKeyReplaced || fKeyOut) delete fKeyframe;
+  if (fOperation == kKeyReplaced || fKeyOut) delete fKeyframe.get();
 }
 
 Tmetaclass* TPCDaddRemoveKey::typeof() const {
@@ -103,23 +103,25 @@ void TPCDaddRemoveKey::redo() {
 }
 
 void TPCDaddRemoveKey::putBack() {
-  if (!fKeyOut || !fKeyframe) return;
+  if (!fKeyOut || !fKeyframe.get()) return;
   // The same object goes back, so handles to it become valid again.
-  if (Access::addRemovedKey(*fCurve, fKeyframe)) fKeyOut = false;
+  if (Access::addRemovedKey(*fCurve, fKeyframe.get())) fKeyOut = false;
 }
 
 void TPCDaddRemoveKey::takeOut() {
   if (fKeyOut) return;
   // Redoing a removal repeats remove(), which leaves a new first key alone;
   // undoing an addition in front must give that key its old tangents back.
-  if (detachKey(*fCurve, fKeyframe, /*refreshNewFirst=*/true)) fKeyOut = true;
+  if (detachKey(*fCurve, fKeyframe.get(), /*refreshNewFirst=*/true)) fKeyOut = true;
 }
 
 bool TPCDaddRemoveKey::swapState() {
-  if (!fKeyframe || indexOfKey(*fCurve, fSubjectKey) == kNoIndex) return false;
-  const Tkeyframe replaced(*fSubjectKey);
-  if (!Access::replaceKey(*fCurve, fSubjectKey, *fKeyframe)) return false;
-  *fKeyframe = replaced;
+  Tkeyframe* subject = fSubjectKey.get();
+  Tkeyframe* saved = fKeyframe.get();
+  if (!saved || !subject || indexOfKey(*fCurve, subject) == kNoIndex) return false;
+  const Tkeyframe replaced(*subject);
+  if (!Access::replaceKey(*fCurve, subject, *saved)) return false;
+  *saved = replaced;
   return true;
 }
 
@@ -136,7 +138,7 @@ TPCDinsertKey::TPCDinsertKey(TparamCurve* curve, Tkeyframe* inserted, Tkeyframe*
 TPCDinsertKey::~TPCDinsertKey() {
   delete fPrevCopy;
   delete fNextCopy;
-  if (fKeyOut) delete fInserted;
+  if (fKeyOut) delete fInserted.get();
 }
 
 Tmetaclass* TPCDinsertKey::typeof() const {
@@ -151,11 +153,11 @@ void* TPCDinsertKey::cast(Tmetaclass* record) {
 void TPCDinsertKey::undo() {
   setUndone(true);
   if (!fCurve || fKeyOut) return;
-  const unsigned i = indexOfKey(*fCurve, fInserted);
+  const unsigned i = indexOfKey(*fCurve, fInserted.get());
   if (i == kNoIndex || !beginReplay()) return;
   fIndex = i;
   swapNeighbours(i, i + 1);
-  if (detachKey(*fCurve, fInserted, /*refreshNewFirst=*/true)) {
+  if (detachKey(*fCurve, fInserted.get(), /*refreshNewFirst=*/true)) {
     fKeyOut = true;
   } else {
     swapNeighbours(i, i + 1);
@@ -165,13 +167,14 @@ void TPCDinsertKey::undo() {
 
 void TPCDinsertKey::redo() {
   setUndone(false);
-  if (!fCurve || !fKeyOut || !fInserted) return;
+  if (!fCurve || !fKeyOut || !fInserted.get()) return;
   unsigned i = 0;
-  if (fCurve->find(fCurve->timeValue(fInserted), i)) return;  // the time is taken meanwhile
+  // The time is taken meanwhile.
+  if (fCurve->find(fCurve->timeValue(fInserted.get()), i)) return;
   if (!beginReplay()) return;
   fIndex = i;
   swapNeighbours(i, i);
-  if (Access::addRemovedKey(*fCurve, fInserted)) {
+  if (Access::addRemovedKey(*fCurve, fInserted.get())) {
     fKeyOut = false;
   } else {
     swapNeighbours(i, i);

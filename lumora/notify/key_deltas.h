@@ -65,7 +65,7 @@ class LUMORA_API TPCDaddRemoveKey : public TparamCurveDelta {
   void redo() override;
 
   int operation() const { return fOperation; }
-  Tkeyframe* keyframe() const { return fKeyframe; }
+  Tkeyframe* keyframe() const { return fKeyframe.get(); }
   /// True while the delta holds the key object outside the curve.
   bool ownsKey() const { return fKeyOut; }
 
@@ -79,7 +79,7 @@ class LUMORA_API TPCDaddRemoveKey : public TparamCurveDelta {
   bool swapState();
 
   int fOperation;
-  Tkeyframe* fKeyframe;
+  TkeyPointer fKeyframe;
   // Whether the key object is outside the curve, as last seen by this delta.
   // Follows the undone mark unless the curve refused an undo or redo.
   bool fKeyOut = false;
@@ -105,7 +105,7 @@ class LUMORA_API TPCDinsertKey : public TparamCurveDelta {
   void undo() override;
   void redo() override;
 
-  Tkeyframe* insertedKey() const { return fInserted; }
+  Tkeyframe* insertedKey() const { return fInserted.get(); }
   unsigned index() const { return fIndex; }
   bool keyOut() const { return fKeyOut; }
 
@@ -114,7 +114,7 @@ class LUMORA_API TPCDinsertKey : public TparamCurveDelta {
   /// their copies, each only when it is the key the copy was taken of.
   void swapNeighbours(unsigned at, unsigned next);
 
-  Tkeyframe* fInserted;
+  TkeyPointer fInserted;
   Tkeyframe* fPrevCopy;
   Tkeyframe* fNextCopy;
   unsigned fIndex;

@@ -40,6 +40,7 @@
 #include "lumora/base/sorted_array.h"
 #include "lumora/base/time_value.h"
 #include "lumora/curve/param_curve.h"
+#include "lumora/keys/key_watch.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/notify/delta.h"
 #include "lumora/notify/key_states.h"
@@ -92,7 +93,7 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   // --- Access ----------------------------------------------------------------------------
 
   TparamCurve* curve() const { return fCurve; }
-  Tkeyframe* subjectKey() const { return fSubjectKey; }
+  Tkeyframe* subjectKey() const { return fSubjectKey.get(); }
 
  protected:
   // --- Curve access for the kinds --------------------------------------------------------
@@ -128,7 +129,10 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   void endReplay(bool opened, bool after);
 
   TparamCurve* fCurve = nullptr;
-  Tkeyframe* fSubjectKey = nullptr;
+  // Records name keys they do not own through watching pointers: a key
+  // deleted behind a record's back (an unrecorded removal, another record
+  // destroyed) is then skipped by undo instead of read.
+  TkeyPointer fSubjectKey;
   TkeyStates fKeyStates;
 };
 
