@@ -95,6 +95,8 @@ TsegmentEvaluator* TparamCurve::makeEvaluator(bool weighted) const {
 }
 
 void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
+  // Refused from inside one of the curve's own messages, like every edit.
+  if (fSendDepth != 0) return;
   // The curve lets go of its keys before anyone hears of them: a client that
   // reads the curve from a key-removed message sees it already empty, and
   // every key it is told about is still alive during its message.
@@ -442,7 +444,7 @@ bool TparamCurve::setTime(unsigned i, const TtimeValue& t) {
 }
 
 void TparamCurve::noUpdate(TtimeUnitSystem from, TtimeUnitSystem to) {
-  if (!fTickKeys || from == to) return;
+  if (!fTickKeys || from == to || fSendDepth != 0) return;
   TanimTime oneFrom;
   TanimTime oneTo;
   oneFrom.setValue(1.0, from);
@@ -487,11 +489,13 @@ int TparamCurve::arrayInsert(Tkeyframe* key, unsigned hint) {
   TkeyArray* array = keyArray();
   if (!array || !key) return -1;
   // Appending in time order is the common case when loading; it needs no search.
-  if (hint == array->count() && array->appendKey(key) == 0) {
-    return static_cast<int>(array->count() - 1);
+  unsigned index = array->count();
+  if (hint != index || array->appendKey(key) != 0) {
+    if (array->insertKey(key, index) != 0) return -1;
   }
-  unsigned index = 0;
-  if (array->insertKey(key, index) != 0) return -1;
+  // Indices have moved: the cache goes now, before any message of the
+  // caller's lets a client sample the curve.
+  invalidateCache(static_cast<int>(index));
   return static_cast<int>(index);
 }
 

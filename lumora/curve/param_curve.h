@@ -23,6 +23,12 @@
 //  * Every edit runs inside a change scope. For procedural and reference
 //    curves the global helpers must approve it first; a refused edit returns
 //    its failure value and leaves the curve untouched.
+//  * An observer may read the curve from inside any message, and edit other
+//    curves, but this curve refuses edits (each returns its failure value,
+//    or does nothing) while it is delivering a message of its own: the edit
+//    that sent it is still under way. Global clients hear of a change once
+//    it is complete and may edit the curve then. Destroying a curve from
+//    inside its own message is not allowed.
 //  * timeValueRef-style accessors and fsTimeValue are single process-wide
 //    scratch values: copy what they return before the next call.
 //
@@ -542,6 +548,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   double fCycledSpanOrigin = 0.0;
   TsegmentEvaluator* fSegmentEvaluator = nullptr;
   std::uint16_t fChangeDepth = 0;
+  // Sends of this curve's own messages in progress (to its clients, or to the
+  // helpers while it opens a scope or reports its first change): edits of
+  // the curve are refused meanwhile.
+  std::uint16_t fSendDepth = 0;
   TparamCurve* fSiblingX = nullptr;
   TparamCurve* fSiblingY = nullptr;
   TparamCurve* fSiblingZ = nullptr;

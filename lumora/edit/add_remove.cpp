@@ -211,8 +211,9 @@ bool TparamCurve::add(const Tkeyframe& key, bool /*ignored*/, bool allSiblings) 
       setSpanInterpMethod(i);
       modifyTangents(i);
       if (staticCurve()) checkStaticValueCondition(i);
-      if (valueChanged) notifyClientsOfChange(existing, Tmsg::kKeyChanged);
+      // The cache goes before the message: a client may sample the curve.
       invalidateCache(static_cast<int>(i));
+      if (valueChanged) notifyClientsOfChange(existing, Tmsg::kKeyChanged);
       states.finish(i, kReach);
       endChange(true);
       result = true;
@@ -489,7 +490,8 @@ bool TparamCurve::blockAdd(const Tkeyframe& templ, const TdoubleArray* times,
                            const TdoubleArray* values) {
   if (!times || !values || times->count() == 0 || times->count() != values->count()) return false;
   TkeyArray* array = keyArray();
-  if (!array) return false;
+  // Opens no scope, so the curve's own messages are checked here.
+  if (!array || fSendDepth != 0) return false;
   const unsigned count = times->count();
   for (unsigned j = 0; j < count; ++j) {
     const bool usable =

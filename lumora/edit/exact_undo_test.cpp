@@ -164,5 +164,24 @@ TEST(ExactUndo, SnapshotKeepsKeysThatARemovalStillHolds) {
   EXPECT_EQ(describeDifference(start, TcurveSnapshot(c)), "");
 }
 
+TEST(ExactUndo, RecordsSkipKeysDeletedBehindTheirBacks) {
+  // Removals in block-add mode record nothing and delete at once: the
+  // records of the earlier edits of those keys must not read them again.
+  TparamCurve c(true);
+  c.add(Tkeyframe(0.0f, 1.0));
+  TparamCurveDeltaUser action;
+  action.beginParamCurveMod(c);
+  c.add(Tkeyframe(1.0f, 2.0));                    // added
+  c.add(Tkeyframe(0.0f, 3.0));                    // overwritten
+  c.insert(c.makeTimeValue(0.5f), false, false);  // inserted keeping the shape
+  c.setBlockAddMode(true);
+  while (c.keyframeCount() > 0) c.remove(0);
+  c.setBlockAddMode(false);
+  action.endParamCurveMod(c);
+  action.undoPC();
+  action.redoPC();
+  EXPECT_EQ(c.keyframeCount(), 0u);
+}
+
 }  // namespace
 }  // namespace lumora

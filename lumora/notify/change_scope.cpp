@@ -38,6 +38,18 @@ bool helpersApprove(TparamCurveHelperMsg::ThelpRequest request,
   return (query.*approved)();
 }
 
+// Counts one send of a curve's own message for as long as it lasts.
+class TsendScope {
+ public:
+  explicit TsendScope(std::uint16_t& depth) : fDepth(depth) { ++fDepth; }
+  ~TsendScope() { --fDepth; }
+  TsendScope(const TsendScope&) = delete;
+  TsendScope& operator=(const TsendScope&) = delete;
+
+ private:
+  std::uint16_t& fDepth;
+};
+
 }  // namespace
 
 // --- Module-wide flags -------------------------------------------------------------
@@ -64,6 +76,7 @@ bool modelUpdatesDisabled() {
 // --- Scopes --------------------------------------------------------------------------
 
 bool TparamCurve::canSelect() {
+  const TsendScope sending(fSendDepth);
   if (isProcedural() && !helpersApprove(TparamCurveHelperMsg::kHelpProcedural,
                                         &TparamCurveHelperMsg::creatingProceduralObjectState)) {
     return false;
@@ -76,9 +89,13 @@ bool TparamCurve::canSelect() {
 }
 
 bool TparamCurve::beginChange() {
+  // An observer editing this curve from inside one of its messages would
+  // pull keys from under the edit that sent it.
+  if (fSendDepth != 0) return false;
   // Asked on every call, nested or not: a refusal leaves the depth alone.
   if (!canSelect()) return false;
   if (fChangeDepth == 0) {
+    const TsendScope sending(fSendDepth);
     gModelUpdatesDisabled = false;
     const TparamCurveHelperMsg query(TparamCurveHelperMsg::kHelpBeginChange,
                                      /*markConnectionsDirty=*/true);
@@ -109,6 +126,7 @@ void TparamCurve::notifyClientsOfChange(Tkeyframe* key, TparamCurveModifiedMsg::
   if (inFileIO() && !notifyClientsDuringFileIO()) return;
   if (gMessagesSilenced) return;
 
+  const TsendScope sending(fSendDepth);
   TkeyframeHandle handle(this, key, /*makeClient=*/false);
   const TparamCurveModifiedMsg msg(&handle,
                                    static_cast<TparamCurveModifiedMsg::TmessageType>(type));
@@ -132,6 +150,7 @@ void TparamCurve::disableAnimCurveModelUpdates() {
 void TparamCurve::sendAddDeleteMessage(Tkeyframe* key, bool added) {
   // Built only when someone listens: removals in bulk stay cheap.
   if (!hasClientMessage(nullptr, TkeyframeAddDeleteMsgTmeta)) return;
+  const TsendScope sending(fSendDepth);
   const TkeyframeAddDeleteMsg msg(key, added);
   notifyClients(msg);
 }

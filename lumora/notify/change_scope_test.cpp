@@ -3,12 +3,14 @@
 #include <tuple>
 #include <vector>
 
+#include "lumora/base/typed_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/param_curve_test_support.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/notify/internal/notify_module.h"
 #include "lumora/notify/message_recorder_test_support.h"
 #include "lumora/notify/msg_depot.h"
+#include "lumora/notify/param_curve_delta.h"
 #include "lumora/notify/param_curve_msgs.h"
 
 namespace lumora {
@@ -184,6 +186,70 @@ TEST_F(ChangeScope, MarkDirtySendsKeyChangedForTheFirstKeyOnly) {
   internal::setMessagesSilenced(true);
   curve.markDirty();
   EXPECT_EQ(counts(), std::tuple(1u, 3u, 4u));
+}
+
+}  // namespace
+}  // namespace lumora
+
+namespace lumora {
+namespace {
+
+// A client that, on every message of the curve it watches, reads the whole
+// curve and then tries to edit it in every way there is.
+struct TmeddlingClient : Tclient {
+  unsigned messages = 0;
+  unsigned editsTaken = 0;
+  double sum = 0.0;
+
+  static void heard(Tclient* c, TclientServer* server, const TserverMsg&) {
+    auto* self = static_cast<TmeddlingClient*>(c);
+    auto* curve = static_cast<TparamCurve*>(server);
+    ++self->messages;
+    for (unsigned i = 0; i < curve->keyframeCount(); ++i) {
+      self->sum += curve->keyframe(i)->value() + curve->evaluate(curve->seconds(i) + 0.25f);
+    }
+    const unsigned before = curve->keyframeCount();
+    curve->remove(0);
+    curve->add(Tkeyframe(curve->makeTimeValue(0.125f), 1.0));
+    curve->insert(curve->makeTimeValue(0.75f), false, false);
+    curve->setTanInType(0, kTangentFlat);
+    curve->removeAllKeys();
+    TdoubleArray times, values;
+    times.addLast(3.5);
+    values.addLast(1.0);
+    curve->blockAdd(Tkeyframe(), &times, &values);
+    curve->noUpdate(TtimeUnitSystem::kSeconds, TtimeUnitSystem::kFilm);
+    if (curve->keyframeCount() != before) ++self->editsTaken;
+  }
+};
+
+TEST(TparamCurveMessages, EditsFromInsideTheCurvesOwnMessagesAreRefused) {
+  for (const bool isFloat : {true, false}) {
+    TparamCurve curve(isFloat);
+    TmeddlingClient client;
+    const TclientServer::TclientRegistration registrations[] = {
+        {TparamCurveModifiedMsgTmeta, &TmeddlingClient::heard},
+        {TkeyframeAddDeleteMsgTmeta, &TmeddlingClient::heard},
+    };
+    ASSERT_EQ(curve.addClient(&client, registrations, 2), 0);
+    TparamCurveDeltaUser action;
+    action.beginParamCurveMod(curve);
+    for (int i = 0; i < 4; ++i) curve.add(Tkeyframe(curve.makeTimeValue(float(i)), i * 2.0));
+    curve.insert(curve.makeTimeValue(1.5f), false, false);
+    curve.setTanOutType(2, kTangentLinear);
+    curve.dragTangent(1, 0.5f, 0.5f, false);
+    curve.setIsWeighted(!curve.isWeighted());
+    curve.remove(1);
+    curve.remove(0);
+    action.endParamCurveMod(curve);
+    action.undoPC();
+    action.redoPC();
+    EXPECT_GT(client.messages, 20u);
+    EXPECT_EQ(client.editsTaken, 0u);
+    EXPECT_EQ(curve.keyframeCount(), 3u);
+    curve.removeAllKeys();  // messages again, and the client still cannot meddle
+    EXPECT_EQ(curve.keyframeCount(), 0u);
+  }
 }
 
 }  // namespace

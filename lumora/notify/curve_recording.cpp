@@ -61,7 +61,7 @@ void TparamCurve::recordWeightedDelta() {
 }
 
 void TparamCurve::setRotationInterpolation(TrotationInterpolation mode) {
-  if (!isRotationInterpolationValid(mode)) return;
+  if (!isRotationInterpolationValid(mode) || fSendDepth != 0) return;
   if (isMod()) {
     addDelta(new TPCDrotationInterpolation(this, fRotationInterpolation, mode), /*atEnd=*/false);
   }
