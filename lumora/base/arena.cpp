@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -181,6 +182,7 @@ bool TcompactArena::acceptable(std::size_t size, std::size_t alignment) const {
 void* TcompactArena::allocateSearch(Tpage* page) {
   // The page has a free slot (fUsed < fSlotsPerPage), so some word of the
   // bitmap has a clear bit; start looking where the fast path left off.
+  assert(page->fUsed < fSlotsPerPage && "only a page with a free slot is searched");
   std::uint64_t* const bitmap = page->bitmap();
   const std::uint32_t start = std::min(page->fNextSlot / 64, fBitmapWords - 1);
   for (std::uint32_t n = 0; n < fBitmapWords; ++n) {
@@ -194,6 +196,7 @@ void* TcompactArena::allocateSearch(Tpage* page) {
     ++page->fUsed;
     return slotAddress(page, slot);
   }
+  assert(false && "fUsed counts a free slot that the bitmap does not have");
   return nullptr;  // unreachable while fUsed is accurate
 }
 

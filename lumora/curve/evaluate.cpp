@@ -4,6 +4,7 @@
 // returned and the span loaded into the segment evaluator, so a sample in the
 // same span as the previous one costs a comparison or two and the
 // evaluator's polynomial.
+#include <cassert>
 #include <cfloat>
 #include <cmath>
 #include <limits>
@@ -140,6 +141,7 @@ template <typename Probe>
 double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
   if (n == 0) return 0.0;
   // n > 0, so the array exists; at() is inline and bounds-checked.
+  assert(keyArray() && "n > 0 means the curve has key storage");
   const TkeyArray& keys = *keyArray();
   if (staticCurve()) return keys.at(0)->value();
 

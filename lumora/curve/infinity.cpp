@@ -14,6 +14,7 @@
 // value.
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -159,6 +160,7 @@ double TparamCurve::evaluateInfinities(float t, bool pre) {
 double TparamCurve::evaluateInfinities(float t, bool pre, unsigned n) {
   if (n == 0) return 0.0;
   // n > 0, so the array exists; this runs once per sample beyond the keys.
+  assert(keyArray() && "n > 0 means the curve has key storage");
   Tkeyframe* const* keys = keyArray()->keys();
   const Tkeyframe* first = keys[0];
   const Tkeyframe* last = keys[n - 1];

@@ -1,5 +1,7 @@
 #include "lumora/notify/msg_depot.h"
 
+#include <cassert>
+
 #include "lumora/base/internal/module_storage.h"
 #include "lumora/base/server_msg.h"
 #include "lumora/notify/internal/msg_records.h"
@@ -116,6 +118,7 @@ namespace internal {
 void startNotifyModule() {
   if (gModifiedRecord) return;
   // Parents first: the base message records already exist.
+  assert(TserverMsgTmeta && TserverModifiedMsgTmeta && "the base module starts first");
   gModifiedRecord.emplace(&TparamCurveModifiedMsgTmeta, "TparamCurveModifiedMsg",
                           sizeof(TparamCurveModifiedMsg), nullptr, TserverMsgTmeta);
   gChangedRecord.emplace(&TparamCurveChangedMsgTmeta, "TparamCurveChangedMsg",

@@ -2,6 +2,7 @@
 // type records of those.
 #include "lumora/notify/param_curve_delta.h"
 
+#include <cassert>
 #include <cmath>
 
 #include "lumora/curve/internal/key_array.h"
@@ -92,6 +93,7 @@ bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key, bool refres
   const unsigned index = indexOfKey(curve, key);
   if (index == kNoIndex) return false;
   if (!Access::beginChange(curve)) return false;
+  assert(Access::keyArray(curve) && "a key found in the curve means it has key storage");
   Access::sendAddDeleteMessage(curve, key, /*added=*/false);
   Access::notifyClientsOfChange(curve, key, TparamCurveModifiedMsg::kKeyRemoved);
   Access::keyArray(curve)->removeKey(index);
@@ -114,6 +116,7 @@ void TparamCurveDelta::restoreKey(TparamCurve& curve, unsigned index, const Ttim
   if (!key) return;
   if (!Access::beginChange(curve)) return;
   TkeyArray* array = Access::keyArray(curve);
+  assert(array && "a key found in the curve means it has key storage");
   const TtimeValue before = curve.timeValue(key);
   unsigned now = index;
   if (!curve.setTime(index, time) && !array->keyOrderValid(index)) {

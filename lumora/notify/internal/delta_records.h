@@ -16,6 +16,7 @@
 // never matters.
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 
 #include "lumora/base/internal/module_storage.h"
@@ -48,6 +49,7 @@ class TrecordSet {
     fStarted = true;
     for (std::size_t i = 0; i < N; ++i) {
       const TrecordRow& row = rows[i];
+      assert((!row.parent || *row.parent) && "a parent's record is made before its children's");
       fRecords[i].emplace(row.exported, row.name, row.size, row.construct,
                           row.parent ? *row.parent : nullptr);
     }
