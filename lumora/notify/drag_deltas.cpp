@@ -61,16 +61,12 @@ void TPCDdragKey::setOldState(const TtimeValue& time, double value, double w) {
 }
 
 void TPCDdragKey::undo() {
-  const bool replay = beginReplay();
-  apply(fOldTime, fOldValue, fOldW);
-  endReplay(replay, /*after=*/false);
+  replay(/*after=*/false, [this] { apply(fOldTime, fOldValue, fOldW); });
   setUndone(true);
 }
 
 void TPCDdragKey::redo() {
-  const bool replay = beginReplay();
-  apply(fNewTime, fNewValue, fNewW);
-  endReplay(replay, /*after=*/true);
+  replay(/*after=*/true, [this] { apply(fNewTime, fNewValue, fNewW); });
   setUndone(false);
 }
 
@@ -106,16 +102,12 @@ void* TPCDdragTan::cast(Tmetaclass* record) {
 }
 
 void TPCDdragTan::undo() {
-  const bool replay = beginReplay();
-  apply(fOldType, fOldX, fOldY);
-  endReplay(replay, /*after=*/false);
+  replay(/*after=*/false, [this] { apply(fOldType, fOldX, fOldY); });
   setUndone(true);
 }
 
 void TPCDdragTan::redo() {
-  const bool replay = beginReplay();
-  apply(fNewType, fNewX, fNewY);
-  endReplay(replay, /*after=*/true);
+  replay(/*after=*/true, [this] { apply(fNewType, fNewX, fNewY); });
   setUndone(false);
 }
 

@@ -81,24 +81,24 @@ void* TPCDaddRemoveKey::cast(Tmetaclass* record) {
 }
 
 void TPCDaddRemoveKey::undo() {
-  const bool replay = beginReplay();
-  if (fCurve) {
-    if (fOperation == kKeyAdded) takeOut();
-    if (fOperation == kKeyRemoved) putBack();
-    if (fOperation == kKeyReplaced && !fStateSwapped) fStateSwapped = swapState();
-  }
-  endReplay(replay, /*after=*/false);
+  replay(/*after=*/false, [this] {
+    if (fCurve) {
+      if (fOperation == kKeyAdded) takeOut();
+      if (fOperation == kKeyRemoved) putBack();
+      if (fOperation == kKeyReplaced && !fStateSwapped) fStateSwapped = swapState();
+    }
+  });
   setUndone(true);
 }
 
 void TPCDaddRemoveKey::redo() {
-  const bool replay = beginReplay();
-  if (fCurve) {
-    if (fOperation == kKeyAdded) putBack();
-    if (fOperation == kKeyRemoved) takeOut();
-    if (fOperation == kKeyReplaced && fStateSwapped) fStateSwapped = !swapState();
-  }
-  endReplay(replay, /*after=*/true);
+  replay(/*after=*/true, [this] {
+    if (fCurve) {
+      if (fOperation == kKeyAdded) putBack();
+      if (fOperation == kKeyRemoved) takeOut();
+      if (fOperation == kKeyReplaced && fStateSwapped) fStateSwapped = !swapState();
+    }
+  });
   setUndone(false);
 }
 

@@ -120,12 +120,17 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   static void restoreKey(TparamCurve& curve, unsigned index, const TtimeValue& time, double value,
                          double w);
 
-  /// Opens the change scope around a kind's undo or redo; false when there
-  /// is no curve or the scope is refused (the kind then goes on as it would
-  /// without one).
+  /// Runs `step`, a kind's own undo (or, with `after`, redo), inside one
+  /// change scope, then puts back the recorded key states from before (or
+  /// after) the edit. Without a curve, or when the scope is refused, the step
+  /// runs alone.
+  template <typename Step>
+  void replay(bool after, Step step) {
+    const bool opened = beginReplay();
+    step();
+    endReplay(opened, after);
+  }
   bool beginReplay();
-  /// Puts back the recorded key states from before (or, with `after`, from
-  /// after) the edit, then closes the scope that beginReplay opened.
   void endReplay(bool opened, bool after);
 
   TparamCurve* fCurve = nullptr;

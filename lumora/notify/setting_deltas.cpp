@@ -60,16 +60,12 @@ void* TPCDweightedTangents::cast(Tmetaclass* record) {
 }
 
 void TPCDweightedTangents::undo() {
-  const bool replay = beginReplay();
-  toggle();
-  endReplay(replay, /*after=*/false);
+  replay(/*after=*/false, [this] { toggle(); });
   setUndone(true);
 }
 
 void TPCDweightedTangents::redo() {
-  const bool replay = beginReplay();
-  toggle();
-  endReplay(replay, /*after=*/true);
+  replay(/*after=*/true, [this] { toggle(); });
   setUndone(false);
 }
 
