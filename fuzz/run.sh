@@ -5,7 +5,7 @@
 # build/fuzz/artifacts/, to be minimised and described in fuzz/findings/.
 #
 #   fuzz/run.sh [seconds]
-#   LUMORA_FUZZ_STRICT=1 fuzz/run.sh 300   # without the workarounds for open defects
+#   LUMORA_FUZZ_STRICT=all fuzz/run.sh 300   # without the workarounds for open defects
 #
 # The machine is shared: the fuzzer runs on one core at low priority.
 set -euo pipefail

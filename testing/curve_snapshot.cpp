@@ -32,6 +32,8 @@ TcurveSnapshot::TcurveSnapshot(const TparamCurve& curve, std::uint32_t flagMask)
       s.tanOutX = std::bit_cast<std::uint32_t>(x);
       s.tanOutY = std::bit_cast<std::uint32_t>(y);
       s.flags = key->flags().bits() & flagMask;
+      s.tanInType = key->tanInType();
+      s.tanOutType = key->tanOutType();
       s.quaternionWBits = std::bit_cast<std::uint32_t>(key->quaternionW());
     }
     fKeys.push_back(s);

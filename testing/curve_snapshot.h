@@ -37,6 +37,8 @@ struct TkeySnapshot {
   std::uint64_t valueBits = 0;
   std::uint32_t tanInX = 0, tanInY = 0, tanOutX = 0, tanOutY = 0;
   std::uint32_t flags = 0;  // after the snapshot's flag mask
+  // The side types, as the flags encode them (recorded for the reader).
+  std::int32_t tanInType = 0, tanOutType = 0;
   std::uint32_t quaternionWBits = 0;
 
   bool operator==(const TkeySnapshot&) const = default;
@@ -59,6 +61,14 @@ class TcurveSnapshot {
 
   const std::vector<TkeySnapshot>& keys() const { return fKeys; }
   unsigned keyframeCount() const { return fKeyframeCount; }
+  bool staticCurve() const { return fStatic; }
+
+  // --- Adjusting -------------------------------------------------------------
+  // A comparison that must overlook a difference known to exist edits the
+  // recorded words of both snapshots alike.
+
+  std::vector<TkeySnapshot>& keys() { return fKeys; }
+  void setStaticCurve(bool on) { fStatic = on; }
 
  private:
   friend std::string describeDifference(const TcurveSnapshot& expected,
