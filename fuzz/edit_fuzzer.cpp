@@ -3,21 +3,19 @@
 // handles kept across edits, recordings undone and redone on an undo stack)
 // and checks the curves after every step. See edit_sequence.h.
 #include <algorithm>
-#include <bit>
-#include <cfloat>
 #include <cmath>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <limits>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "fuzz/edit_arguments.h"
 #include "fuzz/edit_sequence.h"
+#include "fuzz/known_defects.h"
 #include "lumora/base/arena.h"
 #include "lumora/base/client_server.h"
 #include "lumora/base/server_msg.h"
@@ -50,16 +48,6 @@ constexpr std::uint32_t kSnapshotFlags = ~TcurveSnapshot::kSelectionFlags;
 std::vector<std::string> gSteps;
 bool gTrace = false;
 
-std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* pattern, ...) {
-  char buffer[512];
-  va_list args;
-  va_start(args, pattern);
-  std::vsnprintf(buffer, sizeof buffer, pattern, args);
-  va_end(args);
-  return buffer;
-}
-
 void logStep(std::string step) {
   if (gTrace) std::fprintf(stderr, "step %zu: %s\n", gSteps.size(), step.c_str());
   gSteps.push_back(std::move(step));
@@ -81,56 +69,6 @@ void expect(bool ok, const std::string& what) {
   if (!ok) fail(what);
 }
 
-// --- Open library defects ---------------------------------------------------------------
-// The library has defects that this fuzzer trips over at once (each is
-// described, with a failing input, in fuzz/findings/). Until they are fixed
-// the runner steps around them, so that it can look for other faults and the
-// corpus replays clean. LUMORA_FUZZ_STRICT in the environment turns them off:
-// "all" (or "1") every one, otherwise a comma-separated list of names, which
-// is how each finding reproduces on its own. Each workaround goes with the
-// fix of its defect.
-
-enum Tworkaround : unsigned {
-  kQuietRemoveAll,       // "remove-all"
-  kRemovalHandles,       // "removal-handles"
-  kForgottenKeys,        // "forgotten-keys"
-  kSilentKeyObjects,     // "silent-key-objects"
-  kOwningInsert,         // "owning-insert"
-  kTangentTypeRange,     // "tangent-type-range"
-  kSnapshotDeletesKeys,  // "snapshot-deletes-keys"
-  kStaticFlag,           // "static-flag"
-  kAutoTangents,         // "auto-tangents"
-  kNoUpdateOrder,        // "no-update-order"
-  kBlockModeRemove,      // "block-mode-remove"
-  kWeightingUndo,        // "weighting-undo"
-  kInsertOverflow,       // "insert-overflow"
-  kCycleKeyImage,        // "cycle-key-image"
-  kLinearSpanBit,        // "linear-span-bit"
-  kWorkaroundCount
-};
-constexpr const char* kWorkaroundNames[] = {
-    "remove-all",      "removal-handles",    "forgotten-keys",        "silent-key-objects",
-    "owning-insert",   "tangent-type-range", "snapshot-deletes-keys", "static-flag",
-    "auto-tangents",   "no-update-order",    "block-mode-remove",     "weighting-undo",
-    "insert-overflow", "cycle-key-image",    "linear-span-bit"};
-static_assert(std::size(kWorkaroundNames) == kWorkaroundCount, "one name per workaround");
-bool gStrict[kWorkaroundCount] = {};
-
-void readStrictSetting(const char* setting) {
-  if (!setting) return;
-  const std::string s = setting;
-  for (unsigned w = 0; w < kWorkaroundCount; ++w) {
-    const std::string name = kWorkaroundNames[w];
-    const std::string listed = "," + s + ",";
-    gStrict[w] = s == "all" || s == "1" || listed.find("," + name + ",") != std::string::npos;
-  }
-}
-
-// Whether the run steps around the defect `w`.
-bool workaround(Tworkaround w) {
-  return !gStrict[w];
-}
-
 // removeAllKeys (and with it assignment and destruction of a curve) sends
 // its messages while keys it already deleted are still in the array, and
 // sends none for keys it forgets: the observers stay away from the curve
@@ -147,33 +85,6 @@ class TquietObservers {
  private:
   bool fWas;
 };
-
-// --- Bytes -----------------------------------------------------------------------------
-
-// Reads the input front to back; past its end every read gives zero.
-class Treader {
- public:
-  Treader(const std::uint8_t* data, std::size_t size) : fData(data), fSize(size) {}
-
-  bool done() const { return fPos >= fSize; }
-  std::size_t position() const { return fPos; }
-  std::uint8_t u8() { return fPos < fSize ? fData[fPos++] : 0; }
-  bool flag() { return (u8() & 1) != 0; }
-  std::uint32_t u32() {
-    std::uint32_t v = 0;
-    for (int i = 0; i < 4; ++i) v = (v << 8) | u8();
-    return v;
-  }
-
- private:
-  const std::uint8_t* fData;
-  std::size_t fSize;
-  std::size_t fPos = 0;
-};
-
-const char* boolName(bool b) {
-  return b ? "true" : "false";
-}
 
 // --- Observers ---------------------------------------------------------------------------
 
@@ -362,147 +273,6 @@ void printCurves() {
                    static_cast<double>(oy));
     }
   }
-}
-
-// --- Decoding arguments --------------------------------------------------------------------
-
-// A time in seconds, biased towards the values that break things.
-float decodeSeconds(Treader& in, const TparamCurve& curve) {
-  const std::uint8_t kind = in.u8();
-  const unsigned n = curve.keyframeCount();
-  switch (kind % 16) {
-    case 0:
-      return std::numeric_limits<float>::quiet_NaN();
-    case 1:
-      return std::numeric_limits<float>::infinity();
-    case 2:
-      return -std::numeric_limits<float>::infinity();
-    case 3:
-      return (kind & 16) ? FLT_MAX : -FLT_MAX;
-    case 4:
-      return (kind & 16) ? 1e9f : -3.6e5f;
-    case 5:
-      return (kind & 16) ? -0.0f : 0.0f;
-    case 6:
-    case 7: {  // exactly a key's time
-      if (n == 0) return 0.0f;
-      return curve.seconds(in.u8() % n);
-    }
-    case 8: {  // a hair from a key's time
-      if (n == 0) return 1e-6f;
-      const float t = curve.seconds(in.u8() % n);
-      const float offsets[] = {5e-6f, -5e-6f, 1e-5f, 2e-5f, -1.5e-4f, 2e-4f, 1e-3f, -0.0f};
-      return t + offsets[in.u8() % 8];
-    }
-    case 9:
-      return std::bit_cast<float>(in.u32());
-    default:
-      return static_cast<float>(static_cast<std::int8_t>(in.u8())) / 8.0f;
-  }
-}
-
-// A time of either kind; mostly the curve's own.
-TtimeValue decodeTime(Treader& in, const TparamCurve& curve) {
-  const std::uint8_t kind = in.u8();
-  if (kind < 200) return curve.makeTimeValue(decodeSeconds(in, curve));
-  if (kind < 230) return TtimeValue(TanimTime(static_cast<std::int32_t>(in.u32())));
-  if (kind < 250) return TtimeValue(decodeSeconds(in, curve));
-  return TtimeValue();
-}
-
-double decodeValue(Treader& in) {
-  const std::uint8_t kind = in.u8();
-  switch (kind % 12) {
-    case 0:
-      return std::numeric_limits<double>::quiet_NaN();
-    case 1:
-      return (kind & 16) ? std::numeric_limits<double>::infinity()
-                         : -std::numeric_limits<double>::infinity();
-    case 2:
-      return (kind & 16) ? DBL_MAX : -DBL_MAX;
-    case 3:
-      return (kind & 16) ? 1e300 : -1e-11;
-    case 4:
-      return -0.0;
-    case 5: {
-      const std::uint64_t hi = in.u32();
-      return std::bit_cast<double>((hi << 32) | in.u32());
-    }
-    default:
-      return static_cast<double>(static_cast<std::int8_t>(in.u8())) / 4.0;
-  }
-}
-
-float decodeComponent(Treader& in) {
-  const std::uint8_t kind = in.u8();
-  switch (kind % 10) {
-    case 0:
-      return std::numeric_limits<float>::quiet_NaN();
-    case 1:
-      return (kind & 16) ? std::numeric_limits<float>::infinity() : -FLT_MAX;
-    case 2:
-      return (kind & 16) ? 1e-7f : -0.0f;
-    case 3:
-      return std::bit_cast<float>(in.u32());
-    default:
-      return static_cast<float>(static_cast<std::int8_t>(in.u8())) / 16.0f;
-  }
-}
-
-// A key index: mostly in range, sometimes just past it, sometimes absurd.
-unsigned decodeIndex(Treader& in, const TparamCurve& curve) {
-  const std::uint8_t b = in.u8();
-  if (b >= 250) return b == 255 ? TparamCurve::kInvalidIndex : 0x7FFFFFFFu;
-  return b % (curve.keyframeCount() + 1);
-}
-
-// Any value of the enumeration's storage type, with the valid ones most often.
-TtangentType decodeTangentType(Treader& in) {
-  return static_cast<TtangentType>(in.u8() % 13);
-}
-
-const TtimeUnitSystem kUnits[] = {
-    TtimeUnitSystem::kHours,    TtimeUnitSystem::kMinutes,   TtimeUnitSystem::kSeconds,
-    TtimeUnitSystem::kFilm,     TtimeUnitSystem::kPal,       TtimeUnitSystem::kNtsc,
-    TtimeUnitSystem::kShowScan, TtimeUnitSystem::kNtscField, TtimeUnitSystem::kFrames120,
-    TtimeUnitSystem::kTicks,    TtimeUnitSystem::kGames,     static_cast<TtimeUnitSystem>(99)};
-
-Tkeyframe decodeKey(Treader& in, const TparamCurve& curve) {
-  const TtimeValue t = decodeTime(in, curve);
-  const double v = decodeValue(in);
-  const TtangentType tin = decodeTangentType(in);
-  const TtangentType tout = decodeTangentType(in);
-  if (in.flag()) return Tkeyframe(t, v, tin, tout);
-  return Tkeyframe(t, v, static_cast<double>(decodeComponent(in)), tin, tout);
-}
-
-std::string listOf(const TdoubleArray& values) {
-  std::string out = "[";
-  for (unsigned j = 0; j < values.count(); ++j) {
-    out += format(j ? ", %.17g" : "%.17g", values[j]);
-  }
-  return out + "]";
-}
-
-std::string listOf(const TanimTimeArray& ticks) {
-  std::string out = "[";
-  for (unsigned j = 0; j < ticks.count(); ++j) {
-    out += format(j ? ", %d" : "%d", ticks[j].inTicks());
-  }
-  return out + "]";
-}
-
-std::string describeTime(const TtimeValue& t) {
-  if (t.isFloat()) return format("%.9gs", static_cast<double>(t.asFloat()));
-  if (t.isAnimTime()) return format("%dt", t.asAnimTime().inTicks());
-  return "neither";
-}
-
-std::string describeKey(const Tkeyframe& k, const TparamCurve& curve) {
-  const TtimeValue t =
-      curve.isFloat() ? TtimeValue(k.timeAsFloat()) : TtimeValue(k.timeAsAnimTime());
-  return format("key(%s, %.17g, in %d, out %d)", describeTime(t).c_str(), k.value(),
-                static_cast<int>(k.tanInType()), static_cast<int>(k.tanOutType()));
 }
 
 // --- Recording bookkeeping ----------------------------------------------------------------
@@ -807,486 +577,598 @@ void finishRecording(unsigned c) {
   gState->undoStack.push_back(Taction{std::move(action), c, *before, after, false});
 }
 
-// Runs one step on curve `c`; false when the operation byte chose nothing.
+// What a step works on: the input, the curve it was given (index, slot and
+// curve), the curve's key count before the step and the operation.
+struct Tstep {
+  Treader& in;
+  unsigned c;
+  TcurveSlot& slot;
+  TparamCurve& curve;
+  unsigned n;
+  bool full;  // the curve takes no more keys
+  Top op;
+};
+
+void opAdd(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const Tkeyframe key = decodeKey(in, curve);
+  const bool ignored = in.flag(), siblings = in.flag();
+  if (full) return;
+  logStep(format("curve %u: add(%s, %s, %s)", c, describeKey(key, curve).c_str(), boolName(ignored),
+                 boolName(siblings)));
+  (void)curve.add(key, ignored, siblings);
+  editedOutsideRecording(c);
+}
+
+void opInsertTime(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const TtimeValue t = decodeTime(in, curve);
+  const bool breakdown = in.flag(), siblings = in.flag();
+  if (full) return;
+  // Where the curve's value overflows, the inserted key stores a NaN.
+  if (workaround(kInsertOverflow) && !std::isfinite(curve.evaluate(t))) return;
+  logStep(format("curve %u: insert(%s, breakdown=%s, %s)", c, describeTime(t).c_str(),
+                 boolName(breakdown), boolName(siblings)));
+  (void)curve.insert(t, breakdown, siblings);
+  editedOutsideRecording(c);
+}
+
+void opInsertKey(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const Tkeyframe key = decodeKey(in, curve);
+  const bool keepShape = in.flag(), siblings = in.flag();
+  if (full) return;
+  logStep(format("curve %u: insert(%s, keepShape=%s, %s)", c, describeKey(key, curve).c_str(),
+                 boolName(keepShape), boolName(siblings)));
+  (void)curve.insert(key, keepShape, siblings);
+  editedOutsideRecording(c);
+}
+
+void opInsertOwned(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  auto* key = new Tkeyframe(decodeKey(in, curve));
+  const bool siblings = in.flag();
+  if (full) {
+    delete key;
+    return;
+  }
+  logStep(format("curve %u: insert(new %s, %s)", c, describeKey(*key, curve).c_str(),
+                 boolName(siblings)));
+  // This form records no delta.
+  if (curve.insert(key, siblings)) {
+    recordingInexactByDefect(c, kOwningInsert, "insert(Tkeyframe*) records nothing");
+    // A snapshot recorded earlier in the action would delete the key on
+    // undo, even while a later delta holds it.
+    if (workaround(kOwningInsert) && recording(c)) slot.neverUndo = true;
+  } else {
+    delete key;
+  }
+  editedOutsideRecording(c);
+}
+
+void opBlockAdd(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const Top op = step.op;
+  const unsigned count = in.u8() % 9;
+  const unsigned valueCount = in.flag() ? count : in.u8() % 9;
+  TdoubleArray seconds, values;
+  TanimTimeArray ticks;
+  for (unsigned j = 0; j < count; ++j) {
+    const float s = decodeSeconds(in, curve);
+    seconds.addLast(s);
+    TanimTime t;
+    t.setTicks(in.flag() ? static_cast<std::int32_t>(in.u32())
+                         : static_cast<std::int32_t>(std::lround(
+                               std::clamp(static_cast<double>(s) * 6000.0, -2e9, 2e9))));
+    ticks.addLast(t);
+  }
+  for (unsigned j = 0; j < valueCount; ++j) values.addLast(decodeValue(in));
+  const TtangentType tin = decodeTangentType(in), tout = decodeTangentType(in);
+  const bool ascending = in.flag(), nullTimes = in.u8() == 7;
+  if (full) return;
+  const TsilentEdit silent(c);
+  const std::string valueList = listOf(values);
+  if (op == kOpBlockAddTemplate) {
+    const Tkeyframe templ = decodeKey(in, curve);
+    logStep(format("curve %u: blockAdd(%s, seconds %s, values %s)", c,
+                   describeKey(templ, curve).c_str(), nullTimes ? "null" : listOf(seconds).c_str(),
+                   valueList.c_str()));
+    (void)curve.blockAdd(templ, nullTimes ? nullptr : &seconds, &values);
+  } else if (op == kOpBlockAddRef) {
+    logStep(format("curve %u: blockAdd(ticks %s, values %s, in %d, out %d)", c,
+                   listOf(ticks).c_str(), valueList.c_str(), tin, tout));
+    (void)curve.blockAdd(ticks, values, tin, tout);
+  } else {
+    logStep(format("curve %u: blockAdd(ticks %s, values %s, in %d, out %d, ascending=%s)", c,
+                   nullTimes ? "null" : listOf(ticks).c_str(), valueList.c_str(), tin, tout,
+                   boolName(ascending)));
+    (void)curve.blockAdd(nullTimes ? nullptr : &ticks, &values, tin, tout, ascending);
+  }
+  editedOutsideRecording(c);
+}
+
+void opBlockTangent(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned first = decodeIndex(in, curve), last = decodeIndex(in, curve);
+  const bool inSide = in.flag(), x = in.flag();
+  TdoubleArray values;
+  const unsigned count = in.u8() % 6;
+  for (unsigned j = 0; j < count; ++j) values.addLast(decodeValue(in));
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: setBlockTangent%sValue(%u, %u, %s, inSide=%s)", c, x ? "X" : "Y", first,
+                 last, listOf(values).c_str(), boolName(inSide)));
+  if (x) {
+    (void)curve.setBlockTangentXValue(first, last, values, inSide);
+  } else {
+    (void)curve.setBlockTangentYValue(first, last, values, inSide);
+  }
+  editedOutsideRecording(c);
+}
+
+void opBlockTanType(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned first = decodeIndex(in, curve), last = decodeIndex(in, curve);
+  const bool inSide = in.flag();
+  Tint16Array types;
+  const unsigned count = in.u8() % 6;
+  for (unsigned j = 0; j < count; ++j) {
+    types.addLast(static_cast<std::int16_t>(static_cast<std::int8_t>(in.u8()) % 14));
+  }
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: setBlockTanType(%u, %u, %u types, inSide=%s)", c, first, last, count,
+                 boolName(inSide)));
+  (void)curve.setBlockTanType(first, last, types, inSide);
+  editedOutsideRecording(c);
+}
+
+void opRemove(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const unsigned i = decodeIndex(in, curve);
+  const bool withUndoKey = in.flag(), siblings = in.flag();
+  const Tkeyframe undoKey = decodeKey(in, curve);
+  std::unique_ptr<TsilentEdit> silent;
+  if (curve.blockAddMode()) silent = std::make_unique<TsilentEdit>(c);
+  // In block-add mode the key is deleted at once, even when a delta of
+  // the recording still names it, so undo would read a deleted key.
+  if (curve.blockAddMode() && recording(c) && i < n && workaround(kBlockModeRemove)) {
+    slot.neverUndo = true;
+  }
+  logStep(format("curve %u: remove(%u, %s, %s)", c, i,
+                 withUndoKey ? describeKey(undoKey, curve).c_str() : "null", boolName(siblings)));
+  if (withUndoKey && i < n) {
+    recordingInexact(c, "undo of a removal brings back the undo key's content");
+  }
+  curve.remove(i, withUndoKey ? &undoKey : nullptr, siblings);
+  editedOutsideRecording(c);
+}
+
+void opRemoveAll(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const bool recreate = in.flag(), deleteKeys = in.flag();
+  if (recording(c)) return;
+  logStep(format("curve %u: removeAllKeys(recreate=%s, deleteKeys=%s)", c, boolName(recreate),
+                 boolName(deleteKeys)));
+  // Keys the curve forgets become the caller's.
+  std::vector<Tkeyframe*> forgotten;
+  if (!deleteKeys) {
+    for (unsigned i = 0; i < n; ++i) forgotten.push_back(curve.keyframe(i));
+  }
+  {
+    const TquietObservers quiet;
+    curve.removeAllKeys(recreate, deleteKeys);
+  }
+  for (Tkeyframe* key : forgotten) {
+    expect(!contains(curve, key), "removeAllKeys kept a key");
+    if (workaround(kForgottenKeys)) forgetHandlesTo(key);
+    delete key;
+  }
+  editedOutsideRecording(c);
+}
+
+void opSetValue(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const double v = decodeValue(in);
+  const bool withW = in.flag();
+  const float w = decodeComponent(in);
+  const TsilentEdit silent(c);
+  if (withW) {
+    logStep(format("curve %u: setValue(%u, %.17g, w=%.9g)", c, i, v, static_cast<double>(w)));
+    curve.setValue(i, v, w);
+  } else {
+    logStep(format("curve %u: setValue(%u, %.17g)", c, i, v));
+    curve.setValue(i, v);
+  }
+  editedOutsideRecording(c);
+}
+
+void opSetTime(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const TtimeValue t = decodeTime(in, curve);
+  const TtimeValue old = curve.timeValue(i);
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: setTime(%u, %s)", c, i, describeTime(t).c_str()));
+  // A refused move may leave the new time written: the caller puts it back.
+  if (!curve.setTime(i, t) && curve.keyframe(i) && !(curve.timeValue(i) == old)) {
+    logStep(format("curve %u: setTime(%u, %s) to put the refused move back", c, i,
+                   describeTime(old).c_str()));
+    (void)curve.setTime(i, old);
+  }
+  editedOutsideRecording(c);
+}
+
+void opSetTanType(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const unsigned i = decodeIndex(in, curve);
+  const TtangentType type = decodeTangentType(in);
+  const bool inSide = in.flag();
+  logStep(format("curve %u: setTan%sType(%u, %d)", c, inSide ? "In" : "Out", i, type));
+  // The preference default (0) and values out of range are not stored as given.
+  if ((type == kTangentGlobal || type > kTangentClamped) && i < n) {
+    recordingInexactByDefect(c, kTangentTypeRange,
+                             "a tangent type stored as another does not undo bitwise");
+  }
+  if (inSide) {
+    curve.setTanInType(i, type);
+  } else {
+    curve.setTanOutType(i, type);
+  }
+  editedOutsideRecording(c);
+}
+
+void opDragTangent(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const float x = decodeComponent(in), y = decodeComponent(in);
+  const bool inSide = in.flag();
+  logStep(format("curve %u: dragTangent(%u, %.9g, %.9g, inSide=%s)", c, i, static_cast<double>(x),
+                 static_cast<double>(y), boolName(inSide)));
+  (void)curve.dragTangent(i, x, y, inSide);
+  editedOutsideRecording(c);
+}
+
+void opInfinity(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const auto type = static_cast<TparamCurve::TinfinityType>(static_cast<std::int8_t>(in.u8()) % 8);
+  const bool pre = in.flag();
+  logStep(format("curve %u: set%sInfinityType(%d)", c, pre ? "Pre" : "Post", type));
+  if (pre) {
+    curve.setPreInfinityType(type);
+  } else {
+    curve.setPostInfinityType(type);
+  }
+  editedOutsideRecording(c);
+}
+
+void opWeighted(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool weighted = in.flag();
+  logStep(format("curve %u: setIsWeighted(%s)", c, boolName(weighted)));
+  if (weighted != curve.isWeighted()) {
+    recordingInexactByDefect(c, kWeightingUndo,
+                             "undoing a weighting switch loses fixed handle lengths");
+  }
+  curve.setIsWeighted(weighted);
+  editedOutsideRecording(c);
+}
+
+void opRotation(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const auto mode =
+      static_cast<TparamCurve::TrotationInterpolation>(static_cast<std::int8_t>(in.u8()) % 6);
+  logStep(format("curve %u: setRotationInterpolation(%d)", c, mode));
+  curve.setRotationInterpolation(mode);
+  editedOutsideRecording(c);
+}
+
+void opBlockAddMode(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool on = in.flag();
+  logStep(format("curve %u: setBlockAddMode(%s)", c, boolName(on)));
+  curve.setBlockAddMode(on);
+}
+
+void opNoUpdate(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const TtimeUnitSystem from = decodeUnit(in);
+  const TtimeUnitSystem to = decodeUnit(in);
+  if (workaround(kNoUpdateOrder) && !rescaleKeepsOrder(curve, from, to)) return;
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: noUpdate(%d, %d)", c, static_cast<int>(from), static_cast<int>(to)));
+  curve.noUpdate(from, to);
+  editedOutsideRecording(c);
+}
+
+void opMarkDirty(Tstep& step) {
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  logStep(format("curve %u: markDirty()", c));
+  curve.markDirty();
+}
+
+void opEvaluate(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned count = 1 + in.u8() % 4;
+  for (unsigned j = 0; j < count; ++j) {
+    const float s = decodeSeconds(in, curve);
+    const TtimeValue t = decodeTime(in, curve);
+    logStep(format("curve %u: evaluate(%.9g) and evaluate(%s)", c, static_cast<double>(s),
+                   describeTime(t).c_str()));
+    volatile double sink = curve.evaluate(s) + curve.evaluate(t);
+    (void)sink;
+  }
+}
+
+void opMakeHandle(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const std::uint8_t how = in.u8();
+  const bool registered = in.flag();
+  TheldHandle held;
+  held.registered = registered;
+  switch (how % 4) {
+    case 0: {
+      const unsigned i = decodeIndex(in, curve);
+      logStep(format("curve %u: handle by index %u, registered=%s", c, i, boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, i, registered);
+      break;
+    }
+    case 1: {
+      const float s = decodeSeconds(in, curve);
+      logStep(format("curve %u: handle at %.9g s, registered=%s", c, static_cast<double>(s),
+                     boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, s, registered);
+      break;
+    }
+    case 2: {
+      const TanimTime t(static_cast<std::int32_t>(
+          curve.makeTimeValue(decodeSeconds(in, curve)).asAnimTime().inTicks()));
+      logStep(format("curve %u: handle at %d ticks, registered=%s", c, t.inTicks(),
+                     boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, t, registered);
+      break;
+    }
+    default: {
+      if (n == 0) return;
+      const unsigned i = in.u8() % n;
+      logStep(
+          format("curve %u: handle of key object %u, registered=%s", c, i, boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, curve.keyframe(i), registered);
+      break;
+    }
+  }
+  queryHandle(held);
+  if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
+  gState->handles.push_back(std::move(held));
+}
+
+void opHandleCopyOrDrop(Tstep& step) {
+  Treader& in = step.in;
+  TcurveSlot& slot = step.slot;
+  const std::uint8_t how = in.u8();
+  auto& pool = (how & 1) ? gState->handles : slot.observer->fKept;
+  if (pool.empty()) return;
+  const std::size_t i = in.u8() % pool.size();
+  switch ((how >> 1) % 4) {
+    case 0:
+      logStep(format("drop %s handle %zu", (how & 1) ? "held" : "message", i));
+      pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(i));
+      return;
+    case 1: {
+      const bool registered = in.flag();
+      logStep(format("copy %s handle %zu, registered=%s", (how & 1) ? "held" : "message", i,
+                     boolName(registered)));
+      TheldHandle copy{TkeyframeHandle(pool[i].handle, registered),
+                       pool[i].registered || registered};
+      if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
+      gState->handles.push_back(std::move(copy));
+      return;
+    }
+    case 2: {
+      logStep(format("register %s handle %zu", (how & 1) ? "held" : "message", i));
+      // Only a key still in its curve: a record cannot learn of a past removal.
+      TparamCurve* owner = pool[i].handle.paramCurve();
+      if (!pool[i].registered &&
+          (!owner || !isLiveCurve(owner) || !contains(*owner, pool[i].handle.keyframe()))) {
+        return;
+      }
+      pool[i].handle.makeClient();
+      pool[i].registered = true;
+      return;
+    }
+    default:
+      logStep(format("query %s handle %zu", (how & 1) ? "held" : "message", i));
+      queryHandle(pool[i]);
+      return;
+  }
+}
+
+void opCurveCopy(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  const unsigned from = in.u8() % gState->curveCount;
+  const std::uint8_t how = in.u8() % 3;
+  if (how == 0) {
+    if (recording(c)) return;
+    logStep(format("curve %u = curve %u (assignment)", c, from));
+    const TquietObservers quiet;
+    curve = *gState->slots[from].curve;
+    editedOutsideRecording(c);
+    return;
+  }
+  if (how == 1) {
+    logStep(format("copy of curve %u, evaluated and destroyed", from));
+    TparamCurve copy(*gState->slots[from].curve);
+    readCurve(copy);
+    return;
+  }
+  logStep(format("curve %u destroyed and replaced by a copy of curve %u", c, from));
+  auto copy = std::make_unique<TparamCurve>(*gState->slots[from].curve);
+  destroyCurve(c);
+  slot.curve = std::move(copy);
+  attachObserver(c);
+}
+
+void opDelay(Tstep& step) {
+  Treader& in = step.in;
+  if (in.flag() && gState->delayDepth < 4) {
+    logStep("delayMessages()");
+    TparamCurve::delayMessages();
+    ++gState->delayDepth;
+  } else if (gState->delayDepth > 0) {
+    logStep("resumeMessagesAndUpdate()");
+    --gState->delayDepth;
+    TparamCurve::resumeMessagesAndUpdate();
+  }
+}
+
+void opSuspend(Tstep& step) {
+  Treader& in = step.in;
+  const bool on = in.flag();
+  logStep(format("suspendUpdates(%s)", boolName(on)));
+  const bool previous = TparamCurve::suspendUpdates(on);
+  expect(previous == gState->suspended, "suspendUpdates returned a wrong previous setting");
+  gState->suspended = on;
+}
+
+void opBegin(Tstep& step) {
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  if (recording(c)) return;
+  logStep(format("curve %u: beginParamCurveMod", c));
+  slot.recordingStart = std::make_unique<TcurveSnapshot>(curve, kSnapshotFlags);
+  slot.recording = std::make_unique<TparamCurveDeltaUser>();
+  slot.recording->beginParamCurveMod(curve);
+}
+
+void opEnd(Tstep& step) {
+  const unsigned c = step.c;
+  if (recording(c)) finishRecording(c);
+}
+
+void opUndo(Tstep& /*step*/) {
+  if (gState->undoStack.empty() || recording(gState->undoStack.back().curve)) return;
+  Taction a = std::move(gState->undoStack.back());
+  gState->undoStack.pop_back();
+  logStep(format("undo the action on curve %u%s", a.curve, a.stale ? " (stale)" : ""));
+  a.delta->undoPC();
+  if (a.stale) {
+    movedByStaleAction(a.curve);
+  } else {
+    expectSnapshot(a.before, a.curve, "after undo from the undo stack");
+  }
+  gState->redoStack.push_back(std::move(a));
+}
+
+void opRedo(Tstep& /*step*/) {
+  if (gState->redoStack.empty() || recording(gState->redoStack.back().curve)) return;
+  Taction a = std::move(gState->redoStack.back());
+  gState->redoStack.pop_back();
+  logStep(format("redo the action on curve %u%s", a.curve, a.stale ? " (stale)" : ""));
+  a.delta->redoPC();
+  if (a.stale) {
+    movedByStaleAction(a.curve);
+  } else {
+    expectSnapshot(a.after, a.curve, "after redo from the redo stack");
+  }
+  gState->undoStack.push_back(std::move(a));
+}
+
+void opDropAction(Tstep& step) {
+  Treader& in = step.in;
+  if (in.flag()) {
+    if (gState->undoStack.empty()) return;
+    logStep("destroy the oldest undoable action");
+    gState->undoStack.erase(gState->undoStack.begin());
+  } else {
+    if (gState->redoStack.empty()) return;
+    logStep("destroy the most recent redoable action");
+    gState->redoStack.pop_back();
+  }
+}
+
+void opGenerateDeltas(Tstep& step) {
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  logStep(format("curve %u: generateCurveDeltas()", c));
+  curve.generateCurveDeltas();
+}
+
+// One function per operation byte value, in the order of Top.
+using TstepFunction = void (*)(Tstep&);
+constexpr TstepFunction kSteps[] = {
+    opAdd,           opInsertTime, opInsertKey,    opInsertOwned,
+    opBlockAdd,      opBlockAdd,   opBlockAdd,     opBlockTangent,
+    opBlockTanType,  opRemove,     opRemoveAll,    opSetValue,
+    opSetTime,       opSetTanType, opDragTangent,  opInfinity,
+    opWeighted,      opRotation,   opBlockAddMode, opNoUpdate,
+    opMarkDirty,     opEvaluate,   opMakeHandle,   opHandleCopyOrDrop,
+    opCurveCopy,     opDelay,      opSuspend,      opBegin,
+    opEnd,           opUndo,       opRedo,         opDropAction,
+    opGenerateDeltas};
+static_assert(std::size(kSteps) == kOpCount, "one function per operation");
+
+// Runs one step on curve `c`.
 void runStep(Treader& in, unsigned c) {
   TcurveSlot& slot = gState->slots[c];
   TparamCurve& curve = *slot.curve;
   const unsigned n = curve.keyframeCount();
-  const bool full = n >= kMaxKeys;
-  const std::uint8_t op = in.u8() % kOpCount;
-  switch (op) {
-    case kOpAdd: {
-      const Tkeyframe key = decodeKey(in, curve);
-      const bool ignored = in.flag(), siblings = in.flag();
-      if (full) return;
-      logStep(format("curve %u: add(%s, %s, %s)", c, describeKey(key, curve).c_str(),
-                     boolName(ignored), boolName(siblings)));
-      (void)curve.add(key, ignored, siblings);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpInsertTime: {
-      const TtimeValue t = decodeTime(in, curve);
-      const bool breakdown = in.flag(), siblings = in.flag();
-      if (full) return;
-      // Where the curve's value overflows, the inserted key stores a NaN.
-      if (workaround(kInsertOverflow) && !std::isfinite(curve.evaluate(t))) return;
-      logStep(format("curve %u: insert(%s, breakdown=%s, %s)", c, describeTime(t).c_str(),
-                     boolName(breakdown), boolName(siblings)));
-      (void)curve.insert(t, breakdown, siblings);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpInsertKey: {
-      const Tkeyframe key = decodeKey(in, curve);
-      const bool keepShape = in.flag(), siblings = in.flag();
-      if (full) return;
-      logStep(format("curve %u: insert(%s, keepShape=%s, %s)", c, describeKey(key, curve).c_str(),
-                     boolName(keepShape), boolName(siblings)));
-      (void)curve.insert(key, keepShape, siblings);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpInsertOwned: {
-      auto* key = new Tkeyframe(decodeKey(in, curve));
-      const bool siblings = in.flag();
-      if (full) {
-        delete key;
-        return;
-      }
-      logStep(format("curve %u: insert(new %s, %s)", c, describeKey(*key, curve).c_str(),
-                     boolName(siblings)));
-      // This form records no delta.
-      if (curve.insert(key, siblings)) {
-        recordingInexactByDefect(c, kOwningInsert, "insert(Tkeyframe*) records nothing");
-        // A snapshot recorded earlier in the action would delete the key on
-        // undo, even while a later delta holds it.
-        if (workaround(kOwningInsert) && recording(c)) slot.neverUndo = true;
-      } else {
-        delete key;
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpBlockAddTemplate:
-    case kOpBlockAddRef:
-    case kOpBlockAddPtr: {
-      const unsigned count = in.u8() % 9;
-      const unsigned valueCount = in.flag() ? count : in.u8() % 9;
-      TdoubleArray seconds, values;
-      TanimTimeArray ticks;
-      for (unsigned j = 0; j < count; ++j) {
-        const float s = decodeSeconds(in, curve);
-        seconds.addLast(s);
-        TanimTime t;
-        t.setTicks(in.flag() ? static_cast<std::int32_t>(in.u32())
-                             : static_cast<std::int32_t>(std::lround(
-                                   std::clamp(static_cast<double>(s) * 6000.0, -2e9, 2e9))));
-        ticks.addLast(t);
-      }
-      for (unsigned j = 0; j < valueCount; ++j) values.addLast(decodeValue(in));
-      const TtangentType tin = decodeTangentType(in), tout = decodeTangentType(in);
-      const bool ascending = in.flag(), nullTimes = in.u8() == 7;
-      if (full) return;
-      const TsilentEdit silent(c);
-      const std::string valueList = listOf(values);
-      if (op == kOpBlockAddTemplate) {
-        const Tkeyframe templ = decodeKey(in, curve);
-        logStep(format("curve %u: blockAdd(%s, seconds %s, values %s)", c,
-                       describeKey(templ, curve).c_str(),
-                       nullTimes ? "null" : listOf(seconds).c_str(), valueList.c_str()));
-        (void)curve.blockAdd(templ, nullTimes ? nullptr : &seconds, &values);
-      } else if (op == kOpBlockAddRef) {
-        logStep(format("curve %u: blockAdd(ticks %s, values %s, in %d, out %d)", c,
-                       listOf(ticks).c_str(), valueList.c_str(), tin, tout));
-        (void)curve.blockAdd(ticks, values, tin, tout);
-      } else {
-        logStep(format("curve %u: blockAdd(ticks %s, values %s, in %d, out %d, ascending=%s)", c,
-                       nullTimes ? "null" : listOf(ticks).c_str(), valueList.c_str(), tin, tout,
-                       boolName(ascending)));
-        (void)curve.blockAdd(nullTimes ? nullptr : &ticks, &values, tin, tout, ascending);
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpBlockTangent: {
-      const unsigned first = decodeIndex(in, curve), last = decodeIndex(in, curve);
-      const bool inSide = in.flag(), x = in.flag();
-      TdoubleArray values;
-      const unsigned count = in.u8() % 6;
-      for (unsigned j = 0; j < count; ++j) values.addLast(decodeValue(in));
-      const TsilentEdit silent(c);
-      logStep(format("curve %u: setBlockTangent%sValue(%u, %u, %s, inSide=%s)", c, x ? "X" : "Y",
-                     first, last, listOf(values).c_str(), boolName(inSide)));
-      if (x) {
-        (void)curve.setBlockTangentXValue(first, last, values, inSide);
-      } else {
-        (void)curve.setBlockTangentYValue(first, last, values, inSide);
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpBlockTanType: {
-      const unsigned first = decodeIndex(in, curve), last = decodeIndex(in, curve);
-      const bool inSide = in.flag();
-      Tint16Array types;
-      const unsigned count = in.u8() % 6;
-      for (unsigned j = 0; j < count; ++j) {
-        types.addLast(static_cast<std::int16_t>(static_cast<std::int8_t>(in.u8()) % 14));
-      }
-      const TsilentEdit silent(c);
-      logStep(format("curve %u: setBlockTanType(%u, %u, %u types, inSide=%s)", c, first, last,
-                     count, boolName(inSide)));
-      (void)curve.setBlockTanType(first, last, types, inSide);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpRemove: {
-      const unsigned i = decodeIndex(in, curve);
-      const bool withUndoKey = in.flag(), siblings = in.flag();
-      const Tkeyframe undoKey = decodeKey(in, curve);
-      std::unique_ptr<TsilentEdit> silent;
-      if (curve.blockAddMode()) silent = std::make_unique<TsilentEdit>(c);
-      // In block-add mode the key is deleted at once, even when a delta of
-      // the recording still names it, so undo would read a deleted key.
-      if (curve.blockAddMode() && recording(c) && i < n && workaround(kBlockModeRemove)) {
-        slot.neverUndo = true;
-      }
-      logStep(format("curve %u: remove(%u, %s, %s)", c, i,
-                     withUndoKey ? describeKey(undoKey, curve).c_str() : "null",
-                     boolName(siblings)));
-      if (withUndoKey && i < n) {
-        recordingInexact(c, "undo of a removal brings back the undo key's content");
-      }
-      curve.remove(i, withUndoKey ? &undoKey : nullptr, siblings);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpRemoveAll: {
-      const bool recreate = in.flag(), deleteKeys = in.flag();
-      if (recording(c)) return;
-      logStep(format("curve %u: removeAllKeys(recreate=%s, deleteKeys=%s)", c, boolName(recreate),
-                     boolName(deleteKeys)));
-      // Keys the curve forgets become the caller's.
-      std::vector<Tkeyframe*> forgotten;
-      if (!deleteKeys) {
-        for (unsigned i = 0; i < n; ++i) forgotten.push_back(curve.keyframe(i));
-      }
-      {
-        const TquietObservers quiet;
-        curve.removeAllKeys(recreate, deleteKeys);
-      }
-      for (Tkeyframe* key : forgotten) {
-        expect(!contains(curve, key), "removeAllKeys kept a key");
-        if (workaround(kForgottenKeys)) forgetHandlesTo(key);
-        delete key;
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpSetValue: {
-      const unsigned i = decodeIndex(in, curve);
-      const double v = decodeValue(in);
-      const bool withW = in.flag();
-      const float w = decodeComponent(in);
-      const TsilentEdit silent(c);
-      if (withW) {
-        logStep(format("curve %u: setValue(%u, %.17g, w=%.9g)", c, i, v, static_cast<double>(w)));
-        curve.setValue(i, v, w);
-      } else {
-        logStep(format("curve %u: setValue(%u, %.17g)", c, i, v));
-        curve.setValue(i, v);
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpSetTime: {
-      const unsigned i = decodeIndex(in, curve);
-      const TtimeValue t = decodeTime(in, curve);
-      const TtimeValue old = curve.timeValue(i);
-      const TsilentEdit silent(c);
-      logStep(format("curve %u: setTime(%u, %s)", c, i, describeTime(t).c_str()));
-      // A refused move may leave the new time written: the caller puts it back.
-      if (!curve.setTime(i, t) && curve.keyframe(i) && !(curve.timeValue(i) == old)) {
-        logStep(format("curve %u: setTime(%u, %s) to put the refused move back", c, i,
-                       describeTime(old).c_str()));
-        (void)curve.setTime(i, old);
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpSetTanType: {
-      const unsigned i = decodeIndex(in, curve);
-      const TtangentType type = decodeTangentType(in);
-      const bool inSide = in.flag();
-      logStep(format("curve %u: setTan%sType(%u, %d)", c, inSide ? "In" : "Out", i, type));
-      // The preference default (0) and values out of range are not stored as given.
-      if ((type == kTangentGlobal || type > kTangentClamped) && i < n) {
-        recordingInexactByDefect(c, kTangentTypeRange,
-                                 "a tangent type stored as another does not undo bitwise");
-      }
-      if (inSide) {
-        curve.setTanInType(i, type);
-      } else {
-        curve.setTanOutType(i, type);
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpDragTangent: {
-      const unsigned i = decodeIndex(in, curve);
-      const float x = decodeComponent(in), y = decodeComponent(in);
-      const bool inSide = in.flag();
-      logStep(format("curve %u: dragTangent(%u, %.9g, %.9g, inSide=%s)", c, i,
-                     static_cast<double>(x), static_cast<double>(y), boolName(inSide)));
-      (void)curve.dragTangent(i, x, y, inSide);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpInfinity: {
-      const auto type =
-          static_cast<TparamCurve::TinfinityType>(static_cast<std::int8_t>(in.u8()) % 8);
-      const bool pre = in.flag();
-      logStep(format("curve %u: set%sInfinityType(%d)", c, pre ? "Pre" : "Post", type));
-      if (pre) {
-        curve.setPreInfinityType(type);
-      } else {
-        curve.setPostInfinityType(type);
-      }
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpWeighted: {
-      const bool weighted = in.flag();
-      logStep(format("curve %u: setIsWeighted(%s)", c, boolName(weighted)));
-      if (weighted != curve.isWeighted()) {
-        recordingInexactByDefect(c, kWeightingUndo,
-                                 "undoing a weighting switch loses fixed handle lengths");
-      }
-      curve.setIsWeighted(weighted);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpRotation: {
-      const auto mode =
-          static_cast<TparamCurve::TrotationInterpolation>(static_cast<std::int8_t>(in.u8()) % 6);
-      logStep(format("curve %u: setRotationInterpolation(%d)", c, mode));
-      curve.setRotationInterpolation(mode);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpBlockAddMode: {
-      const bool on = in.flag();
-      logStep(format("curve %u: setBlockAddMode(%s)", c, boolName(on)));
-      curve.setBlockAddMode(on);
-      return;
-    }
-    case kOpNoUpdate: {
-      const TtimeUnitSystem from = kUnits[in.u8() % std::size(kUnits)];
-      const TtimeUnitSystem to = kUnits[in.u8() % std::size(kUnits)];
-      if (workaround(kNoUpdateOrder) && !rescaleKeepsOrder(curve, from, to)) return;
-      const TsilentEdit silent(c);
-      logStep(
-          format("curve %u: noUpdate(%d, %d)", c, static_cast<int>(from), static_cast<int>(to)));
-      curve.noUpdate(from, to);
-      editedOutsideRecording(c);
-      return;
-    }
-    case kOpMarkDirty:
-      logStep(format("curve %u: markDirty()", c));
-      curve.markDirty();
-      return;
-    case kOpEvaluate: {
-      const unsigned count = 1 + in.u8() % 4;
-      for (unsigned j = 0; j < count; ++j) {
-        const float s = decodeSeconds(in, curve);
-        const TtimeValue t = decodeTime(in, curve);
-        logStep(format("curve %u: evaluate(%.9g) and evaluate(%s)", c, static_cast<double>(s),
-                       describeTime(t).c_str()));
-        volatile double sink = curve.evaluate(s) + curve.evaluate(t);
-        (void)sink;
-      }
-      return;
-    }
-    case kOpMakeHandle: {
-      const std::uint8_t how = in.u8();
-      const bool registered = in.flag();
-      TheldHandle held;
-      held.registered = registered;
-      switch (how % 4) {
-        case 0: {
-          const unsigned i = decodeIndex(in, curve);
-          logStep(
-              format("curve %u: handle by index %u, registered=%s", c, i, boolName(registered)));
-          held.handle = TkeyframeHandle(&curve, i, registered);
-          break;
-        }
-        case 1: {
-          const float s = decodeSeconds(in, curve);
-          logStep(format("curve %u: handle at %.9g s, registered=%s", c, static_cast<double>(s),
-                         boolName(registered)));
-          held.handle = TkeyframeHandle(&curve, s, registered);
-          break;
-        }
-        case 2: {
-          const TanimTime t(static_cast<std::int32_t>(
-              curve.makeTimeValue(decodeSeconds(in, curve)).asAnimTime().inTicks()));
-          logStep(format("curve %u: handle at %d ticks, registered=%s", c, t.inTicks(),
-                         boolName(registered)));
-          held.handle = TkeyframeHandle(&curve, t, registered);
-          break;
-        }
-        default: {
-          if (n == 0) return;
-          const unsigned i = in.u8() % n;
-          logStep(format("curve %u: handle of key object %u, registered=%s", c, i,
-                         boolName(registered)));
-          held.handle = TkeyframeHandle(&curve, curve.keyframe(i), registered);
-          break;
-        }
-      }
-      queryHandle(held);
-      if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
-      gState->handles.push_back(std::move(held));
-      return;
-    }
-    case kOpHandleCopyOrDrop: {
-      const std::uint8_t how = in.u8();
-      auto& pool = (how & 1) ? gState->handles : slot.observer->fKept;
-      if (pool.empty()) return;
-      const std::size_t i = in.u8() % pool.size();
-      switch ((how >> 1) % 4) {
-        case 0:
-          logStep(format("drop %s handle %zu", (how & 1) ? "held" : "message", i));
-          pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(i));
-          return;
-        case 1: {
-          const bool registered = in.flag();
-          logStep(format("copy %s handle %zu, registered=%s", (how & 1) ? "held" : "message", i,
-                         boolName(registered)));
-          TheldHandle copy{TkeyframeHandle(pool[i].handle, registered),
-                           pool[i].registered || registered};
-          if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
-          gState->handles.push_back(std::move(copy));
-          return;
-        }
-        case 2: {
-          logStep(format("register %s handle %zu", (how & 1) ? "held" : "message", i));
-          // Only a key still in its curve: a record cannot learn of a past removal.
-          TparamCurve* owner = pool[i].handle.paramCurve();
-          if (!pool[i].registered &&
-              (!owner || !isLiveCurve(owner) || !contains(*owner, pool[i].handle.keyframe()))) {
-            return;
-          }
-          pool[i].handle.makeClient();
-          pool[i].registered = true;
-          return;
-        }
-        default:
-          logStep(format("query %s handle %zu", (how & 1) ? "held" : "message", i));
-          queryHandle(pool[i]);
-          return;
-      }
-    }
-    case kOpCurveCopy: {
-      const unsigned from = in.u8() % gState->curveCount;
-      const std::uint8_t how = in.u8() % 3;
-      if (how == 0) {
-        if (recording(c)) return;
-        logStep(format("curve %u = curve %u (assignment)", c, from));
-        const TquietObservers quiet;
-        curve = *gState->slots[from].curve;
-        editedOutsideRecording(c);
-        return;
-      }
-      if (how == 1) {
-        logStep(format("copy of curve %u, evaluated and destroyed", from));
-        TparamCurve copy(*gState->slots[from].curve);
-        readCurve(copy);
-        return;
-      }
-      logStep(format("curve %u destroyed and replaced by a copy of curve %u", c, from));
-      auto copy = std::make_unique<TparamCurve>(*gState->slots[from].curve);
-      destroyCurve(c);
-      slot.curve = std::move(copy);
-      attachObserver(c);
-      return;
-    }
-    case kOpDelay:
-      if (in.flag() && gState->delayDepth < 4) {
-        logStep("delayMessages()");
-        TparamCurve::delayMessages();
-        ++gState->delayDepth;
-      } else if (gState->delayDepth > 0) {
-        logStep("resumeMessagesAndUpdate()");
-        --gState->delayDepth;
-        TparamCurve::resumeMessagesAndUpdate();
-      }
-      return;
-    case kOpSuspend: {
-      const bool on = in.flag();
-      logStep(format("suspendUpdates(%s)", boolName(on)));
-      const bool previous = TparamCurve::suspendUpdates(on);
-      expect(previous == gState->suspended, "suspendUpdates returned a wrong previous setting");
-      gState->suspended = on;
-      return;
-    }
-    case kOpBegin:
-      if (recording(c)) return;
-      logStep(format("curve %u: beginParamCurveMod", c));
-      slot.recordingStart = std::make_unique<TcurveSnapshot>(curve, kSnapshotFlags);
-      slot.recording = std::make_unique<TparamCurveDeltaUser>();
-      slot.recording->beginParamCurveMod(curve);
-      return;
-    case kOpEnd:
-      if (recording(c)) finishRecording(c);
-      return;
-    case kOpUndo: {
-      if (gState->undoStack.empty() || recording(gState->undoStack.back().curve)) return;
-      Taction a = std::move(gState->undoStack.back());
-      gState->undoStack.pop_back();
-      logStep(format("undo the action on curve %u%s", a.curve, a.stale ? " (stale)" : ""));
-      a.delta->undoPC();
-      if (a.stale) {
-        movedByStaleAction(a.curve);
-      } else {
-        expectSnapshot(a.before, a.curve, "after undo from the undo stack");
-      }
-      gState->redoStack.push_back(std::move(a));
-      return;
-    }
-    case kOpRedo: {
-      if (gState->redoStack.empty() || recording(gState->redoStack.back().curve)) return;
-      Taction a = std::move(gState->redoStack.back());
-      gState->redoStack.pop_back();
-      logStep(format("redo the action on curve %u%s", a.curve, a.stale ? " (stale)" : ""));
-      a.delta->redoPC();
-      if (a.stale) {
-        movedByStaleAction(a.curve);
-      } else {
-        expectSnapshot(a.after, a.curve, "after redo from the redo stack");
-      }
-      gState->undoStack.push_back(std::move(a));
-      return;
-    }
-    case kOpDropAction:
-      if (in.flag()) {
-        if (gState->undoStack.empty()) return;
-        logStep("destroy the oldest undoable action");
-        gState->undoStack.erase(gState->undoStack.begin());
-      } else {
-        if (gState->redoStack.empty()) return;
-        logStep("destroy the most recent redoable action");
-        gState->redoStack.pop_back();
-      }
-      return;
-    case kOpGenerateDeltas:
-      logStep(format("curve %u: generateCurveDeltas()", c));
-      curve.generateCurveDeltas();
-      return;
-    default:
-      return;
-  }
+  Tstep step{in, c, slot, curve, n, n >= kMaxKeys, static_cast<Top>(in.u8() % kOpCount)};
+  kSteps[step.op](step);
 }
 
 // Returns the process to the state the next run expects.
