@@ -145,6 +145,8 @@ struct Tstate {
   std::vector<Taction> redoStack;
   unsigned delayDepth = 0;
   bool suspended = false;
+  // Whether the curves name each other as rotation siblings (x, y, z).
+  bool siblings = false;
 };
 
 Tstate* gState = nullptr;
@@ -536,6 +538,7 @@ enum Top : std::uint8_t {
   kOpRedo,
   kOpDropAction,
   kOpGenerateDeltas,
+  kOpSiblings,
   kOpCount
 };
 
@@ -1148,18 +1151,41 @@ void opGenerateDeltas(Tstep& step) {
   curve.generateCurveDeltas();
 }
 
+// The host's sibling lookup: the run's three curves, in slot order.
+bool siblingCurves(void* host, TparamCurve** x, TparamCurve** y, TparamCurve** z, bool /*create*/) {
+  const auto* state = static_cast<const Tstate*>(host);
+  if (state->curveCount < 3) return false;
+  *x = state->slots[0].curve.get();
+  *y = state->slots[1].curve.get();
+  *z = state->slots[2].curve.get();
+  return *x && *y && *z;
+}
+
+// Links the three curves as rotation siblings, or unlinks them; edits with
+// allSiblings and settings of quaternion rotation curves then reach all three.
+void opSiblings(Tstep& step) {
+  const bool on = step.in.flag() && gState->curveCount == 3;
+  logStep(format("%s the curves as rotation siblings", on ? "link" : "unlink"));
+  gState->siblings = on;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    gState->slots[d].curve->setTDNparamCurve(on ? gState : nullptr, on ? &siblingCurves : nullptr);
+  }
+}
+
 // One function per operation byte value, in the order of Top.
 using TstepFunction = void (*)(Tstep&);
-constexpr TstepFunction kSteps[] = {
-    opAdd,           opInsertTime, opInsertKey,    opInsertOwned,
-    opBlockAdd,      opBlockAdd,   opBlockAdd,     opBlockTangent,
-    opBlockTanType,  opRemove,     opRemoveAll,    opSetValue,
-    opSetTime,       opSetTanType, opDragTangent,  opInfinity,
-    opWeighted,      opRotation,   opBlockAddMode, opNoUpdate,
-    opMarkDirty,     opEvaluate,   opMakeHandle,   opHandleCopyOrDrop,
-    opCurveCopy,     opDelay,      opSuspend,      opBegin,
-    opEnd,           opUndo,       opRedo,         opDropAction,
-    opGenerateDeltas};
+constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
+                                    opInsertOwned,  opBlockAdd,     opBlockAdd,
+                                    opBlockAdd,     opBlockTangent, opBlockTanType,
+                                    opRemove,       opRemoveAll,    opSetValue,
+                                    opSetTime,      opSetTanType,   opDragTangent,
+                                    opInfinity,     opWeighted,     opRotation,
+                                    opBlockAddMode, opNoUpdate,     opMarkDirty,
+                                    opEvaluate,     opMakeHandle,   opHandleCopyOrDrop,
+                                    opCurveCopy,    opDelay,        opSuspend,
+                                    opBegin,        opEnd,          opUndo,
+                                    opRedo,         opDropAction,   opGenerateDeltas,
+                                    opSiblings};
 static_assert(std::size(kSteps) == kOpCount, "one function per operation");
 
 // Runs one step on curve `c`.
@@ -1168,7 +1194,17 @@ void runStep(Treader& in, unsigned c) {
   TparamCurve& curve = *slot.curve;
   const unsigned n = curve.keyframeCount();
   Tstep step{in, c, slot, curve, n, n >= kMaxKeys, static_cast<Top>(in.u8() % kOpCount)};
+  // An edit of linked siblings may change the other curves too: each that
+  // changed outside a recording loses its undo history, as `c` does.
+  std::vector<TcurveSnapshot> others;
+  if (gState->siblings) {
+    for (unsigned d = 0; d < gState->curveCount; ++d) others.emplace_back(*gState->slots[d].curve);
+  }
   kSteps[step.op](step);
+  for (unsigned d = 0; d < others.size(); ++d) {
+    const TparamCurve* now = gState->slots[d].curve.get();
+    if (d != c && now && !(others[d] == TcurveSnapshot(*now))) editedOutsideRecording(d);
+  }
 }
 
 // Returns the process to the state the next run expects.

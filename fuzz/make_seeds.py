@@ -17,7 +17,7 @@ OPS = """add insert_time insert_key insert_owned block_add_template block_add_re
 block_add_ptr block_tangent block_tan_type remove remove_all set_value set_time
 set_tan_type drag_tangent infinity weighted rotation block_add_mode no_update
 mark_dirty evaluate make_handle handle_copy_or_drop curve_copy delay suspend
-begin end undo redo drop_action generate_deltas""".split()
+begin end undo redo drop_action generate_deltas siblings""".split()
 OP = {name: i for i, name in enumerate(OPS)}
 
 
@@ -118,6 +118,7 @@ def args_for(op):
         "redo": [[]],
         "drop_action": [[1], [0]],
         "generate_deltas": [[]],
+        "siblings": [[1], [0]],
     }[op]
 
 
@@ -158,6 +159,13 @@ def seeds():
     s.step(0, "block_add_mode", 0).step(0, "set_value", 1, *value(5), 0, *component(0))
     s.step(0, "end").step(0, "undo").step(0, "drop_action", 0)
     yield "host-silent-edits-recorded", s
+    # Rotation siblings: edits for all three curves, quaternion-wide settings.
+    s = Seq([(True, False), (True, True), (False, False)]).keys(0).keys(1, 3).keys(2, 2)
+    s.step(0, "siblings", 1).step(1, "rotation", 3).step(1, "begin").step(0, "begin")
+    s.step(1, "add", key(20, 6), 0, 1).step(1, "infinity", 3, 1)
+    s.step(1, "remove", 0, 0, 1, *key(0, 0)).step(1, "end").step(0, "end")
+    s.step(1, "undo").step(0, "undo").step(1, "redo").step(2, "insert_time", time(4), 0, 1)
+    yield "host-rotation-siblings", s
 
 
 def main():
