@@ -44,6 +44,10 @@ struct TkeySnapshot {
   bool operator==(const TkeySnapshot&) const = default;
 };
 
+/// The raw words of one key, which need not belong to a curve; flag words are
+/// masked with `flagMask`.
+TkeySnapshot snapshotOf(const Tkeyframe& key, std::uint32_t flagMask = 0xFFFFFFFFu);
+
 /// The bits of every key and of the curve-wide state.
 class TcurveSnapshot {
  public:
@@ -83,6 +87,12 @@ class TcurveSnapshot {
   unsigned fKeyframeCount = 0;
   std::vector<TkeySnapshot> fKeys;
 };
+
+/// The first difference between two key snapshots in words ("value ... became
+/// ..."), or "" when they are equal; times are read as float seconds when
+/// `isFloat`, else as ticks.
+std::string describeDifference(const TkeySnapshot& expected, const TkeySnapshot& actual,
+                               bool isFloat);
 
 /// The first difference between two snapshots in words ("key 2: value
 /// 0x4000000000000000 (2) became 0x0 (0)"), or "" when they are equal.
