@@ -58,10 +58,10 @@ bool nearAnyKey(const TparamCurve& curve, float seconds) {
   return false;
 }
 
-std::string compareBits(const char* form, float seconds, double warm, double fresh) {
+std::string compareBits(const char* form, float seconds, float warmUp, double warm, double fresh) {
   if (std::bit_cast<std::uint64_t>(warm) == std::bit_cast<std::uint64_t>(fresh)) return {};
-  return format("%s at %.9g s: %.17g with a warm cache, %.17g from a fresh copy", form,
-                static_cast<double>(seconds), warm, fresh);
+  return format("%s at %.9g s: %.17g after a sample at %.9g s, %.17g from a fresh copy", form,
+                static_cast<double>(seconds), warm, static_cast<double>(warmUp), fresh);
 }
 
 }  // namespace
@@ -97,13 +97,14 @@ std::string checkEvaluationIndependentOfCache(TparamCurve& curve, float seconds,
   {
     TparamCurve fresh(curve);
     (void)curve.evaluate(warmUpSeconds);
-    const std::string d =
-        compareBits("evaluate(float)", seconds, curve.evaluate(seconds), fresh.evaluate(seconds));
+    const std::string d = compareBits("evaluate(float)", seconds, warmUpSeconds,
+                                      curve.evaluate(seconds), fresh.evaluate(seconds));
     if (!d.empty()) return d;
   }
   TparamCurve fresh(curve);
   (void)curve.evaluate(warmUpSeconds);
-  return compareBits("evaluate(TtimeValue)", seconds, curve.evaluate(time), fresh.evaluate(time));
+  return compareBits("evaluate(TtimeValue)", seconds, warmUpSeconds, curve.evaluate(time),
+                     fresh.evaluate(time));
 }
 
 }  // namespace lumora

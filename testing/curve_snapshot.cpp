@@ -8,6 +8,25 @@
 
 namespace lumora {
 
+TkeySnapshot snapshotOf(const Tkeyframe& key, std::uint32_t flagMask) {
+  TkeySnapshot s;
+  float x = 0.0f, y = 0.0f;
+  s.address = reinterpret_cast<std::uintptr_t>(&key);
+  s.timeBits = static_cast<std::uint32_t>(key.timeAsTicks());
+  s.valueBits = std::bit_cast<std::uint64_t>(key.value());
+  key.getTanIn(x, y);
+  s.tanInX = std::bit_cast<std::uint32_t>(x);
+  s.tanInY = std::bit_cast<std::uint32_t>(y);
+  key.getTanOut(x, y);
+  s.tanOutX = std::bit_cast<std::uint32_t>(x);
+  s.tanOutY = std::bit_cast<std::uint32_t>(y);
+  s.flags = key.flags().bits() & flagMask;
+  s.tanInType = key.tanInType();
+  s.tanOutType = key.tanOutType();
+  s.quaternionWBits = std::bit_cast<std::uint32_t>(key.quaternionW());
+  return s;
+}
+
 TcurveSnapshot::TcurveSnapshot(const TparamCurve& curve, std::uint32_t flagMask)
     : fIsFloat(curve.isFloat()),
       fPreInfinity(curve.preInfinityType()),
@@ -20,20 +39,7 @@ TcurveSnapshot::TcurveSnapshot(const TparamCurve& curve, std::uint32_t flagMask)
   for (unsigned i = 0; i < fKeyframeCount; ++i) {
     const Tkeyframe* key = curve.keyframe(i);
     TkeySnapshot s;
-    s.address = reinterpret_cast<std::uintptr_t>(key);
-    if (key) {
-      float x = 0.0f, y = 0.0f;
-      s.timeBits = static_cast<std::uint32_t>(key->timeAsTicks());
-      s.valueBits = std::bit_cast<std::uint64_t>(key->value());
-      key->getTanIn(x, y);
-      s.tanInX = std::bit_cast<std::uint32_t>(x);
-      s.tanInY = std::bit_cast<std::uint32_t>(y);
-      key->getTanOut(x, y);
-      s.tanOutX = std::bit_cast<std::uint32_t>(x);
-      s.tanOutY = std::bit_cast<std::uint32_t>(y);
-      s.flags = key->flags().bits() & flagMask;
-      s.quaternionWBits = std::bit_cast<std::uint32_t>(key->quaternionW());
-    }
+    if (key) s = snapshotOf(*key, flagMask);
     fKeys.push_back(s);
   }
 }
@@ -53,7 +59,9 @@ std::string floatWord(const char* name, std::uint32_t a, std::uint32_t b) {
                 static_cast<double>(std::bit_cast<float>(b)));
 }
 
-std::string keyDifference(const TkeySnapshot& a, const TkeySnapshot& b, bool isFloat) {
+}  // namespace
+
+std::string describeDifference(const TkeySnapshot& a, const TkeySnapshot& b, bool isFloat) {
   if (a.address != b.address) {
     return format("key object %p became %p", reinterpret_cast<void*>(a.address),
                   reinterpret_cast<void*>(b.address));
@@ -82,8 +90,6 @@ std::string keyDifference(const TkeySnapshot& a, const TkeySnapshot& b, bool isF
   return {};
 }
 
-}  // namespace
-
 std::string describeDifference(const TcurveSnapshot& expected, const TcurveSnapshot& actual) {
   const TcurveSnapshot& a = expected;
   const TcurveSnapshot& b = actual;
@@ -109,7 +115,7 @@ std::string describeDifference(const TcurveSnapshot& expected, const TcurveSnaps
     return format("keyframeCount %u became %u", a.fKeyframeCount, b.fKeyframeCount);
   }
   for (std::size_t i = 0; i < a.fKeys.size() && i < b.fKeys.size(); ++i) {
-    const std::string d = keyDifference(a.fKeys[i], b.fKeys[i], a.fIsFloat);
+    const std::string d = describeDifference(a.fKeys[i], b.fKeys[i], a.fIsFloat);
     if (!d.empty()) return format("key %zu: ", i) + d;
   }
   return {};

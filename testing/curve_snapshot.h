@@ -37,10 +37,16 @@ struct TkeySnapshot {
   std::uint64_t valueBits = 0;
   std::uint32_t tanInX = 0, tanInY = 0, tanOutX = 0, tanOutY = 0;
   std::uint32_t flags = 0;  // after the snapshot's flag mask
+  // The side types, as the flags encode them (recorded for the reader).
+  std::int32_t tanInType = 0, tanOutType = 0;
   std::uint32_t quaternionWBits = 0;
 
   bool operator==(const TkeySnapshot&) const = default;
 };
+
+/// The raw words of one key, which need not belong to a curve; flag words are
+/// masked with `flagMask`.
+TkeySnapshot snapshotOf(const Tkeyframe& key, std::uint32_t flagMask = 0xFFFFFFFFu);
 
 /// The bits of every key and of the curve-wide state.
 class TcurveSnapshot {
@@ -59,6 +65,14 @@ class TcurveSnapshot {
 
   const std::vector<TkeySnapshot>& keys() const { return fKeys; }
   unsigned keyframeCount() const { return fKeyframeCount; }
+  bool staticCurve() const { return fStatic; }
+
+  // --- Adjusting -------------------------------------------------------------
+  // A comparison that must overlook a difference known to exist edits the
+  // recorded words of both snapshots alike.
+
+  std::vector<TkeySnapshot>& keys() { return fKeys; }
+  void setStaticCurve(bool on) { fStatic = on; }
 
  private:
   friend std::string describeDifference(const TcurveSnapshot& expected,
@@ -73,6 +87,12 @@ class TcurveSnapshot {
   unsigned fKeyframeCount = 0;
   std::vector<TkeySnapshot> fKeys;
 };
+
+/// The first difference between two key snapshots in words ("value ... became
+/// ..."), or "" when they are equal; times are read as float seconds when
+/// `isFloat`, else as ticks.
+std::string describeDifference(const TkeySnapshot& expected, const TkeySnapshot& actual,
+                               bool isFloat);
 
 /// The first difference between two snapshots in words ("key 2: value
 /// 0x4000000000000000 (2) became 0x0 (0)"), or "" when they are equal.

@@ -1,0 +1,1271 @@
+// The edit-sequence fuzzer: decodes bytes into public curve edits, runs them
+// the way a host would (observers reading the curve during every message,
+// handles kept across edits, recordings undone and redone on an undo stack)
+// and checks the curves after every step. See edit_sequence.h.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fuzz/edit_arguments.h"
+#include "fuzz/edit_sequence.h"
+#include "fuzz/known_defects.h"
+#include "lumora/base/arena.h"
+#include "lumora/base/client_server.h"
+#include "lumora/base/server_msg.h"
+#include "lumora/base/time_arrays.h"
+#include "lumora/base/time_value.h"
+#include "lumora/base/typed_array.h"
+#include "lumora/curve/param_curve.h"
+#include "lumora/keys/keyframe.h"
+#include "lumora/keys/keyframe_handle.h"
+#include "lumora/notify/msg_depot.h"
+#include "lumora/notify/param_curve_delta.h"
+#include "lumora/notify/param_curve_msgs.h"
+#include "testing/curve_invariants.h"
+#include "testing/curve_snapshot.h"
+
+namespace lumora::fuzz {
+namespace {
+
+constexpr unsigned kMaxCurves = 3;
+constexpr unsigned kMaxSteps = 96;
+// Keeps every run small: a curve this full takes no more keys from the fuzzer.
+constexpr unsigned kMaxKeys = 48;
+constexpr std::size_t kKeptMessageHandles = 6;
+constexpr std::size_t kMaxHandles = 12;
+// Undo records keep key selection to the key object, so it is left out.
+constexpr std::uint32_t kSnapshotFlags = ~TcurveSnapshot::kSelectionFlags;
+
+// --- The step log and failures -------------------------------------------------------
+
+std::vector<std::string> gSteps;
+bool gTrace = false;
+
+void logStep(std::string step) {
+  if (gTrace) std::fprintf(stderr, "step %zu: %s\n", gSteps.size(), step.c_str());
+  gSteps.push_back(std::move(step));
+}
+
+void printCurves();
+
+[[noreturn]] void fail(const std::string& what) {
+  std::fprintf(stderr, "\n== lumora_edit_fuzzer: check failed after %zu steps\n", gSteps.size());
+  for (std::size_t i = 0; i < gSteps.size(); ++i) {
+    std::fprintf(stderr, "  step %zu: %s\n", i, gSteps[i].c_str());
+  }
+  printCurves();
+  std::fprintf(stderr, "== %s\n", what.c_str());
+  std::abort();
+}
+
+void expect(bool ok, const std::string& what) {
+  if (!ok) fail(what);
+}
+
+// removeAllKeys (and with it assignment and destruction of a curve) sends
+// its messages while keys it already deleted are still in the array, and
+// sends none for keys it forgets: the observers stay away from the curve
+// meanwhile.
+bool gQuietObservers = false;
+
+class TquietObservers {
+ public:
+  TquietObservers() : fWas(gQuietObservers) { gQuietObservers = workaround(kQuietRemoveAll); }
+  ~TquietObservers() { gQuietObservers = fWas; }
+  TquietObservers(const TquietObservers&) = delete;
+  TquietObservers& operator=(const TquietObservers&) = delete;
+
+ private:
+  bool fWas;
+};
+
+// --- Observers ---------------------------------------------------------------------------
+
+// A handle the fuzzer holds, with whether its record observes the curve.
+struct TheldHandle {
+  TkeyframeHandle handle;
+  bool registered = false;
+};
+
+// The curve's own client, registered for every message the curve sends: it
+// reads the curve during each one and keeps registered copies of the handles
+// that modified-messages carry, as a host's views do.
+class TcurveObserver : public Tclient {
+ public:
+  static void onMessage(Tclient* client, TclientServer* server, const TserverMsg& msg);
+
+  std::vector<TheldHandle> fKept;  // the most recent copies, oldest first
+  unsigned fMessages = 0;
+};
+
+// The global client: reads every curve a changed-curves message lists.
+class TglobalObserver : public Tclient {
+ public:
+  static void onChanged(Tclient* client, TclientServer* server, const TserverMsg& msg);
+};
+
+// --- Curves and the undo stack ------------------------------------------------------------
+
+// One finished recording on the host's undo or redo stack.
+struct Taction {
+  std::unique_ptr<TparamCurveDeltaUser> delta;
+  unsigned curve = 0;
+  TcurveSnapshot before;
+  TcurveSnapshot after;
+  // Set once the curve was edited outside every recording: the snapshots no
+  // longer describe the states this action moves between.
+  bool stale = false;
+};
+
+struct TcurveSlot {
+  // The observer outlives the curve it observes.
+  std::unique_ptr<TcurveObserver> observer;
+  std::unique_ptr<TparamCurve> curve;
+  std::unique_ptr<TparamCurveDeltaUser> recording;
+  std::unique_ptr<TcurveSnapshot> recordingStart;
+  // Why the open recording cannot be expected to undo and redo exactly;
+  // empty when it can.
+  std::string inexact;
+  // The open recording must not be undone at all (see TsilentEdit).
+  bool neverUndo = false;
+};
+
+struct Tstate {
+  TcurveSlot slots[kMaxCurves];
+  unsigned curveCount = 1;
+  std::vector<TheldHandle> handles;
+  std::vector<Taction> undoStack;
+  std::vector<Taction> redoStack;
+  unsigned delayDepth = 0;
+  bool suspended = false;
+  // Whether the curves name each other as rotation siblings (x, y, z).
+  bool siblings = false;
+};
+
+Tstate* gState = nullptr;
+
+bool contains(const TparamCurve& curve, const Tkeyframe* key) {
+  for (unsigned i = 0; i < curve.keyframeCount(); ++i) {
+    if (curve.keyframe(i) == key) return true;
+  }
+  return false;
+}
+
+// The index of the key object in the curve, or kInvalidIndex.
+unsigned indexOf(const TparamCurve& curve, const Tkeyframe* key) {
+  for (unsigned i = 0; i < curve.keyframeCount(); ++i) {
+    if (curve.keyframe(i) == key) return i;
+  }
+  return TparamCurve::kInvalidIndex;
+}
+
+bool isLiveCurve(const TparamCurve* curve) {
+  if (!gState || !curve) return false;
+  for (const TcurveSlot& s : gState->slots) {
+    if (s.curve.get() == curve) return true;
+  }
+  return false;
+}
+
+// Every read a host makes of a curve it is told about.
+void readCurve(TparamCurve& curve) {
+  volatile double sink = 0.0;
+  const unsigned n = curve.keyframeCount();
+  for (unsigned i = 0; i < n; ++i) {
+    const Tkeyframe* key = curve.keyframe(i);
+    if (!key) continue;
+    float x = 0.0f, y = 0.0f;
+    key->getTanIn(x, y);
+    key->getTanOut(x, y);
+    sink = sink + key->value() + curve.seconds(key) + x + y;
+  }
+  const float probes[] = {-1.0f, 0.25f, 1.5f, 40.0f};
+  for (const float t : probes) sink = sink + curve.evaluate(t);
+  if (n > 0) sink = sink + curve.evaluate(curve.timeValue(n / 2));
+  (void)sink;
+}
+
+// The queries of a handle the host kept; only made where they may read the key.
+void queryHandle(const TheldHandle& held) {
+  const TkeyframeHandle& h = held.handle;
+  TparamCurve* curve = h.paramCurve();
+  if (!curve || !h.keyframe()) return;
+  // An unregistered handle cannot know its key left; ask only while it is in.
+  if (!held.registered && !contains(*curve, h.keyframe())) return;
+  volatile double sink = h.value() + h.seconds();
+  float x = 0.0f, y = 0.0f;
+  (void)h.getTanIn(x, y);
+  (void)h.getTanOut(x, y);
+  sink = sink + x + y + h.index();
+  (void)sink;
+}
+
+void TcurveObserver::onMessage(Tclient* client, TclientServer* server, const TserverMsg& msg) {
+  auto* self = static_cast<TcurveObserver*>(client);
+  ++self->fMessages;
+  if (gQuietObservers) return;
+  auto* curve = static_cast<TparamCurve*>(server);
+  if (const auto* modified = dynamic_cast<const TparamCurveModifiedMsg*>(&msg)) {
+    readCurve(*curve);
+    expect(modified->keyframeHandle() != nullptr, "a modified message came without a handle");
+    // The handle of a removal message names its key as valid, and the key
+    // has left already, so a copy never hears of it.
+    if (workaround(kRemovalHandles) &&
+        modified->messageType() == TparamCurveModifiedMsg::kKeyRemoved)
+      return;
+    TheldHandle copy{TkeyframeHandle(*modified->keyframeHandle(), /*makeClient=*/true), true};
+    queryHandle(copy);
+    if (self->fKept.size() == kKeptMessageHandles) self->fKept.erase(self->fKept.begin());
+    self->fKept.push_back(std::move(copy));
+    for (const TheldHandle& kept : self->fKept) queryHandle(kept);
+    return;
+  }
+  if (const auto* addDelete = dynamic_cast<const TkeyframeAddDeleteMsg*>(&msg)) {
+    // The key object outlives its removal, so a listener may look at it.
+    if (const Tkeyframe* key = addDelete->keyframe()) {
+      volatile double sink = key->value() + key->timeAsTicks();
+      (void)sink;
+    }
+    readCurve(*curve);
+    return;
+  }
+  if (dynamic_cast<const TkeyframeMovedMsg*>(&msg)) readCurve(*curve);
+}
+
+void TglobalObserver::onChanged(Tclient*, TclientServer*, const TserverMsg& msg) {
+  const auto* changed = dynamic_cast<const TparamCurveChangedMsg*>(&msg);
+  if (gQuietObservers || !changed || !changed->curves()) return;
+  const TparamCurvePtrArray& curves = *changed->curves();
+  for (unsigned i = 0; i < curves.count(); ++i) {
+    TparamCurve* c = curves[i];
+    expect(isLiveCurve(c), format("the changed-curves message lists a curve (%p) that is not alive",
+                                  static_cast<void*>(c)));
+    readCurve(*c);
+  }
+}
+
+// The keys of every curve as they are now, after the step log of a failure.
+void printCurves() {
+  if (!gState) return;
+  for (unsigned c = 0; c < gState->curveCount; ++c) {
+    const TparamCurve* curve = gState->slots[c].curve.get();
+    if (!curve) continue;
+    std::fprintf(stderr, "  curve %u: %s, weighted=%s, infinities %d/%d, %u keys\n", c,
+                 curve->isFloat() ? "float" : "tick", boolName(curve->isWeighted()),
+                 curve->preInfinityType(), curve->postInfinityType(), curve->keyframeCount());
+    for (unsigned i = 0; i < curve->keyframeCount() && i < 16; ++i) {
+      const Tkeyframe* k = curve->keyframe(i);
+      if (!k) continue;
+      float ix = 0.0f, iy = 0.0f, ox = 0.0f, oy = 0.0f;
+      k->getTanIn(ix, iy);
+      k->getTanOut(ox, oy);
+      std::fprintf(stderr,
+                   "    key %u: %s %.9g s (%d ticks), value %.17g, in %d (%.9g, %.9g), out %d "
+                   "(%.9g, %.9g)\n",
+                   i, curve->isFloat() ? "float" : "tick", static_cast<double>(curve->seconds(k)),
+                   k->timeAsTicks(), k->value(), k->tanInType(), static_cast<double>(ix),
+                   static_cast<double>(iy), k->tanOutType(), static_cast<double>(ox),
+                   static_cast<double>(oy));
+    }
+  }
+}
+
+// --- Recording bookkeeping ----------------------------------------------------------------
+
+bool recording(unsigned c) {
+  return gState->slots[c].recording != nullptr;
+}
+
+// Marks the open recording of curve `c` as one that will not undo and redo
+// exactly, for a reason the library documents.
+void recordingInexact(unsigned c, const std::string& why) {
+  TcurveSlot& s = gState->slots[c];
+  if (s.recording && s.inexact.empty()) s.inexact = why;
+}
+
+// The same for the known defects; in strict mode they are checked as usual.
+void recordingInexactByDefect(unsigned c, Tworkaround w, const std::string& why) {
+  if (workaround(w)) recordingInexact(c, why);
+}
+
+std::vector<const Tkeyframe*> keyObjects(const TparamCurve& curve) {
+  std::vector<const Tkeyframe*> keys;
+  for (unsigned i = 0; i < curve.keyframeCount(); ++i) keys.push_back(curve.keyframe(i));
+  return keys;
+}
+
+// An edit that records no delta of its own: while the curve records, a
+// snapshot of the whole curve is recorded first. Such a snapshot gives back
+// the states of the key objects it saw, and cannot bring back a key object
+// the edit deleted, nor redo one the edit added.
+class TsilentEdit {
+ public:
+  explicit TsilentEdit(unsigned c) : fCurve(c) {
+    if (!recording(c)) return;
+    const TparamCurve& curve = *gState->slots[c].curve;
+    gState->slots[c].curve->generateCurveDeltas();
+    fKeys = keyObjects(curve);
+  }
+  ~TsilentEdit() {
+    if (!recording(fCurve)) return;
+    const std::vector<const Tkeyframe*> now = keyObjects(*gState->slots[fCurve].curve);
+    if (now == fKeys) return;
+    recordingInexactByDefect(fCurve, kSilentKeyObjects,
+                             "a silent edit added or deleted key objects");
+    // Undoing the snapshot deletes the key objects it did not see, even those
+    // that later deltas of the action still hold.
+    const auto added = [&](const Tkeyframe* k) {
+      return std::find(fKeys.begin(), fKeys.end(), k) == fKeys.end();
+    };
+    if (workaround(kSnapshotDeletesKeys) && std::any_of(now.begin(), now.end(), added)) {
+      gState->slots[fCurve].neverUndo = true;
+    }
+  }
+  TsilentEdit(const TsilentEdit&) = delete;
+  TsilentEdit& operator=(const TsilentEdit&) = delete;
+
+ private:
+  unsigned fCurve;
+  std::vector<const Tkeyframe*> fKeys;
+};
+
+// An edit outside every recording. A host records every edit it makes, so
+// one it did not record ends the undo history of the curve: the actions may
+// name key objects the edit has deleted since.
+void dropActionsOf(unsigned c);
+void editedOutsideRecording(unsigned c) {
+  if (!recording(c)) dropActionsOf(c);
+}
+
+// Undoing or redoing a stale action leaves the curve somewhere no snapshot
+// describes, so every action of the curve becomes stale with it.
+void movedByStaleAction(unsigned c) {
+  for (Taction& a : gState->undoStack) a.stale = a.stale || a.curve == c;
+  for (Taction& a : gState->redoStack) a.stale = a.stale || a.curve == c;
+}
+
+// A snapshot without the words that known defects leave wrong after undo.
+TcurveSnapshot comparable(TcurveSnapshot s) {
+  if (workaround(kStaticFlag)) s.setStaticCurve(false);
+  if (workaround(kLinearSpanBit)) {
+    for (TkeySnapshot& k : s.keys()) k.flags &= ~(1u << Tkeyframe::kBitLinearSpan);
+  }
+  // Undo recomputes automatic tangents around the keys it puts back or takes
+  // out instead of restoring them, so only fixed tangents are compared.
+  if (workaround(kAutoTangents)) {
+    for (TkeySnapshot& k : s.keys()) {
+      if (k.tanInType != kTangentFixed) k.tanInX = k.tanInY = 0;
+      if (k.tanOutType != kTangentFixed) k.tanOutX = k.tanOutY = 0;
+    }
+  }
+  return s;
+}
+
+void expectSnapshot(const TcurveSnapshot& expected, unsigned c, const char* when) {
+  const TcurveSnapshot now(*gState->slots[c].curve, kSnapshotFlags);
+  const std::string d = describeDifference(comparable(expected), comparable(now));
+  expect(d.empty(), format("curve %u %s: %s", c, when, d.c_str()));
+}
+
+void dropActionsOf(unsigned c) {
+  const auto ofCurve = [c](const Taction& a) { return a.curve == c; };
+  std::erase_if(gState->redoStack, ofCurve);
+  std::erase_if(gState->undoStack, ofCurve);
+}
+
+// --- Checks -----------------------------------------------------------------------------------
+
+void checkHandle(const TheldHandle& held, const char* kind, std::size_t i) {
+  const TkeyframeHandle& h = held.handle;
+  if (!held.registered) return;
+  TparamCurve* curve = h.paramCurve();
+  if (!curve || !h.keyframe()) return;
+  expect(isLiveCurve(curve), format("%s handle %zu names a destroyed curve", kind, i));
+  const unsigned where = indexOf(*curve, h.keyframe());
+  const bool in = where != TparamCurve::kInvalidIndex;
+  expect(h.isValid() == in,
+         format("%s handle %zu: isValid() is %s but its key object is %s its curve", kind, i,
+                boolName(h.isValid()), in ? "in" : "not in"));
+  if (in) {
+    expect(h.index() == where,
+           format("%s handle %zu: index() %u, key object at %u", kind, i, h.index(), where));
+  }
+  queryHandle(held);
+}
+
+// Whether `seconds` lies beyond the keys of a looping curve where its image
+// in the keyed range falls near a key (or the period is tiny, or the time is
+// far out): the cached and the full path round the mapping differently there.
+bool nearCycledKey(const TparamCurve& curve, float seconds) {
+  const unsigned n = curve.keyframeCount();
+  if (!workaround(kCycleKeyImage) || n == 0 || !std::isfinite(seconds)) return false;
+  const auto loops = [](TparamCurve::TinfinityType t) {
+    return t == TparamCurve::kCycle || t == TparamCurve::kCycleRelative ||
+           t == TparamCurve::kOscillate;
+  };
+  const double first = curve.seconds(0u), last = curve.seconds(n - 1);
+  const bool before = seconds < first && loops(curve.preInfinityType());
+  const bool after = seconds > last && loops(curve.postInfinityType());
+  if (!before && !after) return false;
+  const double range = last - first;
+  if (range < 1e-3 || std::fabs(seconds) > 1e6) return true;
+  // Oscillation mirrors every other period; both images are tried.
+  const double offset = std::fmod(static_cast<double>(seconds) - first, range);
+  const double images[] = {first + offset, first + offset + range, last - offset, first - offset};
+  for (const double image : images) {
+    for (unsigned i = 0; i < n; ++i) {
+      if (std::fabs(image - curve.seconds(i)) < 1e-4) return true;
+    }
+  }
+  return false;
+}
+
+void checkAll(Treader& in) {
+  for (unsigned c = 0; c < gState->curveCount; ++c) {
+    TparamCurve& curve = *gState->slots[c].curve;
+    const std::string bad = checkCurveInvariants(curve);
+    expect(bad.empty(), format("curve %u: %s", c, bad.c_str()));
+    const float t = decodeSeconds(in, curve);
+    const float warm = decodeSeconds(in, curve);
+    const std::string cache =
+        nearCycledKey(curve, t) ? std::string() : checkEvaluationIndependentOfCache(curve, t, warm);
+    expect(cache.empty(), format("curve %u: %s", c, cache.c_str()));
+    const auto& kept = gState->slots[c].observer->fKept;
+    for (std::size_t i = 0; i < kept.size(); ++i) checkHandle(kept[i], "message", i);
+  }
+  for (std::size_t i = 0; i < gState->handles.size(); ++i) {
+    checkHandle(gState->handles[i], "held", i);
+  }
+}
+
+// --- Curve lifetime ---------------------------------------------------------------------------
+
+void attachObserver(unsigned c) {
+  TcurveSlot& s = gState->slots[c];
+  s.curve->addClient(s.observer.get(), TserverMsgTmeta, &TcurveObserver::onMessage);
+}
+
+void makeCurve(unsigned c, bool isFloat, bool weighted) {
+  TcurveSlot& s = gState->slots[c];
+  if (!s.observer) s.observer = std::make_unique<TcurveObserver>();
+  s.curve = std::make_unique<TparamCurve>(isFloat);
+  s.curve->setIsWeighted(weighted);
+  attachObserver(c);
+}
+
+// Everything the host drops with a curve: its actions, its open recording
+// and the unregistered handles, which could not learn that it is gone.
+void destroyCurve(unsigned c) {
+  TcurveSlot& s = gState->slots[c];
+  dropActionsOf(c);
+  if (s.recording) {
+    s.recording->endParamCurveMod(*s.curve);
+    s.recording.reset();
+    s.recordingStart.reset();
+  }
+  TparamCurve* old = s.curve.get();
+  std::erase_if(gState->handles, [old](const TheldHandle& h) {
+    return !h.registered && h.handle.paramCurve() == old;
+  });
+  const TquietObservers quiet;
+  s.curve.reset();
+}
+
+// Drops the handles to a key the caller is about to delete: no message told
+// their records that it left.
+void forgetHandlesTo(const Tkeyframe* key) {
+  const auto toKey = [key](const TheldHandle& h) { return h.handle.keyframe() == key; };
+  std::erase_if(gState->handles, toKey);
+  for (unsigned c = 0; c < gState->curveCount; ++c) {
+    std::erase_if(gState->slots[c].observer->fKept, toKey);
+  }
+}
+
+// Whether rescaling the tick times of `curve` from `from` to `to` keeps every
+// key apart and inside the tick range: saturated or rounded times may meet.
+bool rescaleKeepsOrder(const TparamCurve& curve, TtimeUnitSystem from, TtimeUnitSystem to) {
+  if (!curve.isAnimTime() || ticksPerUnit(from) == 0 || ticksPerUnit(to) == 0) return true;
+  const double ratio =
+      static_cast<double>(ticksPerUnit(to)) / static_cast<double>(ticksPerUnit(from));
+  for (unsigned i = 0; i < curve.keyframeCount(); ++i) {
+    const double t = curve.keyframe(i)->timeAsTicks();
+    if (std::fabs(t * ratio) > 2.0e9) return false;
+    if (i > 0 && (t - curve.keyframe(i - 1)->timeAsTicks()) * ratio < 2.0) return false;
+  }
+  return true;
+}
+
+// --- Operations -----------------------------------------------------------------------------
+
+enum Top : std::uint8_t {
+  kOpAdd,
+  kOpInsertTime,
+  kOpInsertKey,
+  kOpInsertOwned,
+  kOpBlockAddTemplate,
+  kOpBlockAddRef,
+  kOpBlockAddPtr,
+  kOpBlockTangent,
+  kOpBlockTanType,
+  kOpRemove,
+  kOpRemoveAll,
+  kOpSetValue,
+  kOpSetTime,
+  kOpSetTanType,
+  kOpDragTangent,
+  kOpInfinity,
+  kOpWeighted,
+  kOpRotation,
+  kOpBlockAddMode,
+  kOpNoUpdate,
+  kOpMarkDirty,
+  kOpEvaluate,
+  kOpMakeHandle,
+  kOpHandleCopyOrDrop,
+  kOpCurveCopy,
+  kOpDelay,
+  kOpSuspend,
+  kOpBegin,
+  kOpEnd,
+  kOpUndo,
+  kOpRedo,
+  kOpDropAction,
+  kOpGenerateDeltas,
+  kOpSiblings,
+  kOpCount
+};
+
+void finishRecording(unsigned c) {
+  TcurveSlot& s = gState->slots[c];
+  TparamCurve& curve = *s.curve;
+  std::unique_ptr<TparamCurveDeltaUser> action = std::move(s.recording);
+  std::unique_ptr<TcurveSnapshot> before = std::move(s.recordingStart);
+  const std::string inexact = std::move(s.inexact);
+  s.inexact.clear();
+  const TcurveSnapshot after(curve, kSnapshotFlags);
+  const bool recorded = action->endParamCurveMod(curve);
+  logStep(format("curve %u: endParamCurveMod -> %s%s%s", c, boolName(recorded),
+                 inexact.empty() ? "" : "; not exact: ", inexact.c_str()));
+  if (!recorded) {
+    s.neverUndo = false;
+    if (inexact.empty()) expectSnapshot(*before, c, "after a recording that recorded nothing");
+    movedByStaleAction(c);
+    return;
+  }
+  gState->redoStack.clear();
+  if (std::exchange(s.neverUndo, false)) {
+    logStep(format("curve %u: the action is dropped without undo", c));
+    movedByStaleAction(c);
+    return;
+  }
+  if (!inexact.empty()) {
+    // Nothing to compare with: the action and every older one are stale.
+    action->undoPC();
+    action->redoPC();
+    gState->undoStack.push_back(Taction{std::move(action), c, *before, after, true});
+    movedByStaleAction(c);
+    return;
+  }
+  action->undoPC();
+  expectSnapshot(*before, c, "after undoPC of the recording just finished");
+  action->redoPC();
+  expectSnapshot(after, c, "after redoPC of the recording just finished");
+  gState->undoStack.push_back(Taction{std::move(action), c, *before, after, false});
+}
+
+// What a step works on: the input, the curve it was given (index, slot and
+// curve), the curve's key count before the step and the operation.
+struct Tstep {
+  Treader& in;
+  unsigned c;
+  TcurveSlot& slot;
+  TparamCurve& curve;
+  unsigned n;
+  bool full;  // the curve takes no more keys
+  Top op;
+};
+
+void opAdd(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const Tkeyframe key = decodeKey(in, curve);
+  const bool ignored = in.flag(), siblings = in.flag();
+  if (full) return;
+  logStep(format("curve %u: add(%s, %s, %s)", c, describeKey(key, curve).c_str(), boolName(ignored),
+                 boolName(siblings)));
+  (void)curve.add(key, ignored, siblings);
+  editedOutsideRecording(c);
+}
+
+void opInsertTime(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const TtimeValue t = decodeTime(in, curve);
+  const bool breakdown = in.flag(), siblings = in.flag();
+  if (full) return;
+  // Where the curve's value overflows, the inserted key stores a NaN.
+  if (workaround(kInsertOverflow) && !std::isfinite(curve.evaluate(t))) return;
+  logStep(format("curve %u: insert(%s, breakdown=%s, %s)", c, describeTime(t).c_str(),
+                 boolName(breakdown), boolName(siblings)));
+  (void)curve.insert(t, breakdown, siblings);
+  editedOutsideRecording(c);
+}
+
+void opInsertKey(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const Tkeyframe key = decodeKey(in, curve);
+  const bool keepShape = in.flag(), siblings = in.flag();
+  if (full) return;
+  logStep(format("curve %u: insert(%s, keepShape=%s, %s)", c, describeKey(key, curve).c_str(),
+                 boolName(keepShape), boolName(siblings)));
+  (void)curve.insert(key, keepShape, siblings);
+  editedOutsideRecording(c);
+}
+
+void opInsertOwned(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  auto* key = new Tkeyframe(decodeKey(in, curve));
+  const bool siblings = in.flag();
+  if (full) {
+    delete key;
+    return;
+  }
+  logStep(format("curve %u: insert(new %s, %s)", c, describeKey(*key, curve).c_str(),
+                 boolName(siblings)));
+  // This form records no delta.
+  if (curve.insert(key, siblings)) {
+    recordingInexactByDefect(c, kOwningInsert, "insert(Tkeyframe*) records nothing");
+    // A snapshot recorded earlier in the action would delete the key on
+    // undo, even while a later delta holds it.
+    if (workaround(kOwningInsert) && recording(c)) slot.neverUndo = true;
+  } else {
+    delete key;
+  }
+  editedOutsideRecording(c);
+}
+
+void opBlockAdd(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool full = step.full;
+  const Top op = step.op;
+  const unsigned count = in.u8() % 9;
+  const unsigned valueCount = in.flag() ? count : in.u8() % 9;
+  TdoubleArray seconds, values;
+  TanimTimeArray ticks;
+  for (unsigned j = 0; j < count; ++j) {
+    const float s = decodeSeconds(in, curve);
+    seconds.addLast(s);
+    TanimTime t;
+    t.setTicks(in.flag() ? static_cast<std::int32_t>(in.u32())
+                         : static_cast<std::int32_t>(std::lround(
+                               std::clamp(static_cast<double>(s) * 6000.0, -2e9, 2e9))));
+    ticks.addLast(t);
+  }
+  for (unsigned j = 0; j < valueCount; ++j) values.addLast(decodeValue(in));
+  const TtangentType tin = decodeTangentType(in), tout = decodeTangentType(in);
+  const bool ascending = in.flag(), nullTimes = in.u8() == 7;
+  if (full) return;
+  const TsilentEdit silent(c);
+  const std::string valueList = listOf(values);
+  if (op == kOpBlockAddTemplate) {
+    const Tkeyframe templ = decodeKey(in, curve);
+    logStep(format("curve %u: blockAdd(%s, seconds %s, values %s)", c,
+                   describeKey(templ, curve).c_str(), nullTimes ? "null" : listOf(seconds).c_str(),
+                   valueList.c_str()));
+    (void)curve.blockAdd(templ, nullTimes ? nullptr : &seconds, &values);
+  } else if (op == kOpBlockAddRef) {
+    logStep(format("curve %u: blockAdd(ticks %s, values %s, in %d, out %d)", c,
+                   listOf(ticks).c_str(), valueList.c_str(), tin, tout));
+    (void)curve.blockAdd(ticks, values, tin, tout);
+  } else {
+    logStep(format("curve %u: blockAdd(ticks %s, values %s, in %d, out %d, ascending=%s)", c,
+                   nullTimes ? "null" : listOf(ticks).c_str(), valueList.c_str(), tin, tout,
+                   boolName(ascending)));
+    (void)curve.blockAdd(nullTimes ? nullptr : &ticks, &values, tin, tout, ascending);
+  }
+  editedOutsideRecording(c);
+}
+
+void opBlockTangent(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned first = decodeIndex(in, curve), last = decodeIndex(in, curve);
+  const bool inSide = in.flag(), x = in.flag();
+  TdoubleArray values;
+  const unsigned count = in.u8() % 6;
+  for (unsigned j = 0; j < count; ++j) values.addLast(decodeValue(in));
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: setBlockTangent%sValue(%u, %u, %s, inSide=%s)", c, x ? "X" : "Y", first,
+                 last, listOf(values).c_str(), boolName(inSide)));
+  if (x) {
+    (void)curve.setBlockTangentXValue(first, last, values, inSide);
+  } else {
+    (void)curve.setBlockTangentYValue(first, last, values, inSide);
+  }
+  editedOutsideRecording(c);
+}
+
+void opBlockTanType(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned first = decodeIndex(in, curve), last = decodeIndex(in, curve);
+  const bool inSide = in.flag();
+  Tint16Array types;
+  const unsigned count = in.u8() % 6;
+  for (unsigned j = 0; j < count; ++j) {
+    types.addLast(static_cast<std::int16_t>(static_cast<std::int8_t>(in.u8()) % 14));
+  }
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: setBlockTanType(%u, %u, %u types, inSide=%s)", c, first, last, count,
+                 boolName(inSide)));
+  (void)curve.setBlockTanType(first, last, types, inSide);
+  editedOutsideRecording(c);
+}
+
+void opRemove(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const unsigned i = decodeIndex(in, curve);
+  const bool withUndoKey = in.flag(), siblings = in.flag();
+  const Tkeyframe undoKey = decodeKey(in, curve);
+  std::unique_ptr<TsilentEdit> silent;
+  if (curve.blockAddMode()) silent = std::make_unique<TsilentEdit>(c);
+  // In block-add mode the key is deleted at once, even when a delta of
+  // the recording still names it, so undo would read a deleted key.
+  if (curve.blockAddMode() && recording(c) && i < n && workaround(kBlockModeRemove)) {
+    slot.neverUndo = true;
+  }
+  logStep(format("curve %u: remove(%u, %s, %s)", c, i,
+                 withUndoKey ? describeKey(undoKey, curve).c_str() : "null", boolName(siblings)));
+  if (withUndoKey && i < n) {
+    recordingInexact(c, "undo of a removal brings back the undo key's content");
+  }
+  curve.remove(i, withUndoKey ? &undoKey : nullptr, siblings);
+  editedOutsideRecording(c);
+}
+
+void opRemoveAll(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const bool recreate = in.flag(), deleteKeys = in.flag();
+  if (recording(c)) return;
+  logStep(format("curve %u: removeAllKeys(recreate=%s, deleteKeys=%s)", c, boolName(recreate),
+                 boolName(deleteKeys)));
+  // Keys the curve forgets become the caller's.
+  std::vector<Tkeyframe*> forgotten;
+  if (!deleteKeys) {
+    for (unsigned i = 0; i < n; ++i) forgotten.push_back(curve.keyframe(i));
+  }
+  {
+    const TquietObservers quiet;
+    curve.removeAllKeys(recreate, deleteKeys);
+  }
+  for (Tkeyframe* key : forgotten) {
+    expect(!contains(curve, key), "removeAllKeys kept a key");
+    if (workaround(kForgottenKeys)) forgetHandlesTo(key);
+    delete key;
+  }
+  editedOutsideRecording(c);
+}
+
+void opSetValue(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const double v = decodeValue(in);
+  const bool withW = in.flag();
+  const float w = decodeComponent(in);
+  const TsilentEdit silent(c);
+  if (withW) {
+    logStep(format("curve %u: setValue(%u, %.17g, w=%.9g)", c, i, v, static_cast<double>(w)));
+    curve.setValue(i, v, w);
+  } else {
+    logStep(format("curve %u: setValue(%u, %.17g)", c, i, v));
+    curve.setValue(i, v);
+  }
+  editedOutsideRecording(c);
+}
+
+void opSetTime(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const TtimeValue t = decodeTime(in, curve);
+  const TtimeValue old = curve.timeValue(i);
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: setTime(%u, %s)", c, i, describeTime(t).c_str()));
+  // A refused move may leave the new time written: the caller puts it back.
+  if (!curve.setTime(i, t) && curve.keyframe(i) && !(curve.timeValue(i) == old)) {
+    logStep(format("curve %u: setTime(%u, %s) to put the refused move back", c, i,
+                   describeTime(old).c_str()));
+    (void)curve.setTime(i, old);
+  }
+  editedOutsideRecording(c);
+}
+
+void opSetTanType(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const unsigned i = decodeIndex(in, curve);
+  const TtangentType type = decodeTangentType(in);
+  const bool inSide = in.flag();
+  logStep(format("curve %u: setTan%sType(%u, %d)", c, inSide ? "In" : "Out", i, type));
+  // The preference default (0) and values out of range are not stored as given.
+  if ((type == kTangentGlobal || type > kTangentClamped) && i < n) {
+    recordingInexactByDefect(c, kTangentTypeRange,
+                             "a tangent type stored as another does not undo bitwise");
+  }
+  if (inSide) {
+    curve.setTanInType(i, type);
+  } else {
+    curve.setTanOutType(i, type);
+  }
+  editedOutsideRecording(c);
+}
+
+void opDragTangent(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const float x = decodeComponent(in), y = decodeComponent(in);
+  const bool inSide = in.flag();
+  logStep(format("curve %u: dragTangent(%u, %.9g, %.9g, inSide=%s)", c, i, static_cast<double>(x),
+                 static_cast<double>(y), boolName(inSide)));
+  (void)curve.dragTangent(i, x, y, inSide);
+  editedOutsideRecording(c);
+}
+
+void opInfinity(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const auto type = static_cast<TparamCurve::TinfinityType>(static_cast<std::int8_t>(in.u8()) % 8);
+  const bool pre = in.flag();
+  logStep(format("curve %u: set%sInfinityType(%d)", c, pre ? "Pre" : "Post", type));
+  if (pre) {
+    curve.setPreInfinityType(type);
+  } else {
+    curve.setPostInfinityType(type);
+  }
+  editedOutsideRecording(c);
+}
+
+void opWeighted(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool weighted = in.flag();
+  logStep(format("curve %u: setIsWeighted(%s)", c, boolName(weighted)));
+  if (weighted != curve.isWeighted()) {
+    recordingInexactByDefect(c, kWeightingUndo,
+                             "undoing a weighting switch loses fixed handle lengths");
+  }
+  curve.setIsWeighted(weighted);
+  editedOutsideRecording(c);
+}
+
+void opRotation(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const auto mode =
+      static_cast<TparamCurve::TrotationInterpolation>(static_cast<std::int8_t>(in.u8()) % 6);
+  logStep(format("curve %u: setRotationInterpolation(%d)", c, mode));
+  curve.setRotationInterpolation(mode);
+  editedOutsideRecording(c);
+}
+
+void opBlockAddMode(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const bool on = in.flag();
+  logStep(format("curve %u: setBlockAddMode(%s)", c, boolName(on)));
+  curve.setBlockAddMode(on);
+}
+
+void opNoUpdate(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const TtimeUnitSystem from = decodeUnit(in);
+  const TtimeUnitSystem to = decodeUnit(in);
+  if (workaround(kNoUpdateOrder) && !rescaleKeepsOrder(curve, from, to)) return;
+  const TsilentEdit silent(c);
+  logStep(format("curve %u: noUpdate(%d, %d)", c, static_cast<int>(from), static_cast<int>(to)));
+  curve.noUpdate(from, to);
+  editedOutsideRecording(c);
+}
+
+void opMarkDirty(Tstep& step) {
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  logStep(format("curve %u: markDirty()", c));
+  curve.markDirty();
+}
+
+void opEvaluate(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned count = 1 + in.u8() % 4;
+  for (unsigned j = 0; j < count; ++j) {
+    const float s = decodeSeconds(in, curve);
+    const TtimeValue t = decodeTime(in, curve);
+    logStep(format("curve %u: evaluate(%.9g) and evaluate(%s)", c, static_cast<double>(s),
+                   describeTime(t).c_str()));
+    volatile double sink = curve.evaluate(s) + curve.evaluate(t);
+    (void)sink;
+  }
+}
+
+void opMakeHandle(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const std::uint8_t how = in.u8();
+  const bool registered = in.flag();
+  TheldHandle held;
+  held.registered = registered;
+  switch (how % 4) {
+    case 0: {
+      const unsigned i = decodeIndex(in, curve);
+      logStep(format("curve %u: handle by index %u, registered=%s", c, i, boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, i, registered);
+      break;
+    }
+    case 1: {
+      const float s = decodeSeconds(in, curve);
+      logStep(format("curve %u: handle at %.9g s, registered=%s", c, static_cast<double>(s),
+                     boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, s, registered);
+      break;
+    }
+    case 2: {
+      const TanimTime t(static_cast<std::int32_t>(
+          curve.makeTimeValue(decodeSeconds(in, curve)).asAnimTime().inTicks()));
+      logStep(format("curve %u: handle at %d ticks, registered=%s", c, t.inTicks(),
+                     boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, t, registered);
+      break;
+    }
+    default: {
+      if (n == 0) return;
+      const unsigned i = in.u8() % n;
+      logStep(
+          format("curve %u: handle of key object %u, registered=%s", c, i, boolName(registered)));
+      held.handle = TkeyframeHandle(&curve, curve.keyframe(i), registered);
+      break;
+    }
+  }
+  queryHandle(held);
+  if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
+  gState->handles.push_back(std::move(held));
+}
+
+void opHandleCopyOrDrop(Tstep& step) {
+  Treader& in = step.in;
+  TcurveSlot& slot = step.slot;
+  const std::uint8_t how = in.u8();
+  auto& pool = (how & 1) ? gState->handles : slot.observer->fKept;
+  if (pool.empty()) return;
+  const std::size_t i = in.u8() % pool.size();
+  switch ((how >> 1) % 4) {
+    case 0:
+      logStep(format("drop %s handle %zu", (how & 1) ? "held" : "message", i));
+      pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(i));
+      return;
+    case 1: {
+      const bool registered = in.flag();
+      logStep(format("copy %s handle %zu, registered=%s", (how & 1) ? "held" : "message", i,
+                     boolName(registered)));
+      TheldHandle copy{TkeyframeHandle(pool[i].handle, registered),
+                       pool[i].registered || registered};
+      if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
+      gState->handles.push_back(std::move(copy));
+      return;
+    }
+    case 2: {
+      logStep(format("register %s handle %zu", (how & 1) ? "held" : "message", i));
+      // Only a key still in its curve: a record cannot learn of a past removal.
+      TparamCurve* owner = pool[i].handle.paramCurve();
+      if (!pool[i].registered &&
+          (!owner || !isLiveCurve(owner) || !contains(*owner, pool[i].handle.keyframe()))) {
+        return;
+      }
+      pool[i].handle.makeClient();
+      pool[i].registered = true;
+      return;
+    }
+    default:
+      logStep(format("query %s handle %zu", (how & 1) ? "held" : "message", i));
+      queryHandle(pool[i]);
+      return;
+  }
+}
+
+void opCurveCopy(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  const unsigned from = in.u8() % gState->curveCount;
+  const std::uint8_t how = in.u8() % 3;
+  if (how == 0) {
+    if (recording(c)) return;
+    logStep(format("curve %u = curve %u (assignment)", c, from));
+    const TquietObservers quiet;
+    curve = *gState->slots[from].curve;
+    editedOutsideRecording(c);
+    return;
+  }
+  if (how == 1) {
+    logStep(format("copy of curve %u, evaluated and destroyed", from));
+    TparamCurve copy(*gState->slots[from].curve);
+    readCurve(copy);
+    return;
+  }
+  logStep(format("curve %u destroyed and replaced by a copy of curve %u", c, from));
+  auto copy = std::make_unique<TparamCurve>(*gState->slots[from].curve);
+  destroyCurve(c);
+  slot.curve = std::move(copy);
+  attachObserver(c);
+}
+
+void opDelay(Tstep& step) {
+  Treader& in = step.in;
+  if (in.flag() && gState->delayDepth < 4) {
+    logStep("delayMessages()");
+    TparamCurve::delayMessages();
+    ++gState->delayDepth;
+  } else if (gState->delayDepth > 0) {
+    logStep("resumeMessagesAndUpdate()");
+    --gState->delayDepth;
+    TparamCurve::resumeMessagesAndUpdate();
+  }
+}
+
+void opSuspend(Tstep& step) {
+  Treader& in = step.in;
+  const bool on = in.flag();
+  logStep(format("suspendUpdates(%s)", boolName(on)));
+  const bool previous = TparamCurve::suspendUpdates(on);
+  expect(previous == gState->suspended, "suspendUpdates returned a wrong previous setting");
+  gState->suspended = on;
+}
+
+void opBegin(Tstep& step) {
+  const unsigned c = step.c;
+  TcurveSlot& slot = step.slot;
+  TparamCurve& curve = step.curve;
+  if (recording(c)) return;
+  logStep(format("curve %u: beginParamCurveMod", c));
+  slot.recordingStart = std::make_unique<TcurveSnapshot>(curve, kSnapshotFlags);
+  slot.recording = std::make_unique<TparamCurveDeltaUser>();
+  slot.recording->beginParamCurveMod(curve);
+}
+
+void opEnd(Tstep& step) {
+  const unsigned c = step.c;
+  if (recording(c)) finishRecording(c);
+}
+
+void opUndo(Tstep& /*step*/) {
+  if (gState->undoStack.empty() || recording(gState->undoStack.back().curve)) return;
+  Taction a = std::move(gState->undoStack.back());
+  gState->undoStack.pop_back();
+  logStep(format("undo the action on curve %u%s", a.curve, a.stale ? " (stale)" : ""));
+  a.delta->undoPC();
+  if (a.stale) {
+    movedByStaleAction(a.curve);
+  } else {
+    expectSnapshot(a.before, a.curve, "after undo from the undo stack");
+  }
+  gState->redoStack.push_back(std::move(a));
+}
+
+void opRedo(Tstep& /*step*/) {
+  if (gState->redoStack.empty() || recording(gState->redoStack.back().curve)) return;
+  Taction a = std::move(gState->redoStack.back());
+  gState->redoStack.pop_back();
+  logStep(format("redo the action on curve %u%s", a.curve, a.stale ? " (stale)" : ""));
+  a.delta->redoPC();
+  if (a.stale) {
+    movedByStaleAction(a.curve);
+  } else {
+    expectSnapshot(a.after, a.curve, "after redo from the redo stack");
+  }
+  gState->undoStack.push_back(std::move(a));
+}
+
+void opDropAction(Tstep& step) {
+  Treader& in = step.in;
+  if (in.flag()) {
+    if (gState->undoStack.empty()) return;
+    logStep("destroy the oldest undoable action");
+    gState->undoStack.erase(gState->undoStack.begin());
+  } else {
+    if (gState->redoStack.empty()) return;
+    logStep("destroy the most recent redoable action");
+    gState->redoStack.pop_back();
+  }
+}
+
+void opGenerateDeltas(Tstep& step) {
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  logStep(format("curve %u: generateCurveDeltas()", c));
+  curve.generateCurveDeltas();
+}
+
+// The host's sibling lookup: the run's three curves, in slot order.
+bool siblingCurves(void* host, TparamCurve** x, TparamCurve** y, TparamCurve** z, bool /*create*/) {
+  const auto* state = static_cast<const Tstate*>(host);
+  if (state->curveCount < 3) return false;
+  *x = state->slots[0].curve.get();
+  *y = state->slots[1].curve.get();
+  *z = state->slots[2].curve.get();
+  return *x && *y && *z;
+}
+
+// Links the three curves as rotation siblings, or unlinks them; edits with
+// allSiblings and settings of quaternion rotation curves then reach all three.
+void opSiblings(Tstep& step) {
+  const bool on = step.in.flag() && gState->curveCount == 3;
+  logStep(format("%s the curves as rotation siblings", on ? "link" : "unlink"));
+  gState->siblings = on;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    gState->slots[d].curve->setTDNparamCurve(on ? gState : nullptr, on ? &siblingCurves : nullptr);
+  }
+}
+
+// One function per operation byte value, in the order of Top.
+using TstepFunction = void (*)(Tstep&);
+constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
+                                    opInsertOwned,  opBlockAdd,     opBlockAdd,
+                                    opBlockAdd,     opBlockTangent, opBlockTanType,
+                                    opRemove,       opRemoveAll,    opSetValue,
+                                    opSetTime,      opSetTanType,   opDragTangent,
+                                    opInfinity,     opWeighted,     opRotation,
+                                    opBlockAddMode, opNoUpdate,     opMarkDirty,
+                                    opEvaluate,     opMakeHandle,   opHandleCopyOrDrop,
+                                    opCurveCopy,    opDelay,        opSuspend,
+                                    opBegin,        opEnd,          opUndo,
+                                    opRedo,         opDropAction,   opGenerateDeltas,
+                                    opSiblings};
+static_assert(std::size(kSteps) == kOpCount, "one function per operation");
+
+// Runs one step on curve `c`.
+void runStep(Treader& in, unsigned c) {
+  TcurveSlot& slot = gState->slots[c];
+  TparamCurve& curve = *slot.curve;
+  const unsigned n = curve.keyframeCount();
+  Tstep step{in, c, slot, curve, n, n >= kMaxKeys, static_cast<Top>(in.u8() % kOpCount)};
+  // An edit of linked siblings may change the other curves too: each that
+  // changed outside a recording loses its undo history, as `c` does.
+  std::vector<TcurveSnapshot> others;
+  if (gState->siblings) {
+    for (unsigned d = 0; d < gState->curveCount; ++d) others.emplace_back(*gState->slots[d].curve);
+  }
+  kSteps[step.op](step);
+  for (unsigned d = 0; d < others.size(); ++d) {
+    const TparamCurve* now = gState->slots[d].curve.get();
+    if (d != c && now && !(others[d] == TcurveSnapshot(*now))) editedOutsideRecording(d);
+  }
+}
+
+// Returns the process to the state the next run expects.
+void tearDown() {
+  logStep("tear down");
+  while (gState->delayDepth > 0) {
+    --gState->delayDepth;
+    TparamCurve::resumeMessagesAndUpdate();
+  }
+  for (unsigned c = 0; c < gState->curveCount; ++c) {
+    if (recording(c)) finishRecording(c);
+  }
+  if (gState->suspended) TparamCurve::suspendUpdates(false);
+  gState->redoStack.clear();
+  gState->undoStack.clear();
+  gState->handles.clear();
+  for (unsigned c = 0; c < gState->curveCount; ++c) destroyCurve(c);
+  for (TcurveSlot& s : gState->slots) s.observer.reset();
+}
+
+}  // namespace
+
+void runEditSequence(const std::uint8_t* data, std::size_t size) {
+  static const bool once = [] {
+    // Every key its own heap block, so that the address sanitizer sees each
+    // read of a deleted key.
+    TpureArena::sPurifyInUse = true;
+    gTrace = std::getenv("LUMORA_FUZZ_TRACE") != nullptr;
+    readStrictSetting(std::getenv("LUMORA_FUZZ_STRICT"));
+    return true;
+  }();
+  (void)once;
+  static TglobalObserver globalObserver;
+  Tstate state;
+  gState = &state;
+  gSteps.clear();
+  Treader in(data, size);
+  const std::uint8_t setup = in.u8();
+  state.curveCount = 1 + setup % kMaxCurves;
+  for (unsigned c = 0; c < state.curveCount; ++c) {
+    const std::uint8_t kind = in.u8();
+    makeCurve(c, (kind & 1) != 0, (kind & 2) != 0);
+    logStep(format("curve %u: %s curve, weighted=%s", c, (kind & 1) ? "float" : "tick",
+                   boolName((kind & 2) != 0)));
+  }
+  TparamCurve::addGlobalClient(&globalObserver, &TglobalObserver::onChanged);
+  for (unsigned step = 0; step < kMaxSteps && !in.done(); ++step) {
+    const std::size_t start = in.position();
+    runStep(in, in.u8() % state.curveCount);
+    checkAll(in);
+    // Where each iteration's bytes lie, for tools that cut inputs down.
+    if (gTrace) std::fprintf(stderr, "bytes %zu %zu\n", start, in.position());
+  }
+  tearDown();
+  TparamCurve::removeGlobalClient(&globalObserver);
+  gState = nullptr;
+}
+
+}  // namespace lumora::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  lumora::fuzz::runEditSequence(data, size);
+  return 0;
+}
