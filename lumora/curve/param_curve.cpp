@@ -119,6 +119,8 @@ void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
     // reading the keys it was told about, meets a freed key.
     for (unsigned i = 0; i < n; ++i) delete array->at(i);
   } else {
+    // The caller owns the keys now; handles hear that they left the curve.
+    for (unsigned i = 0; i < n; ++i) sendAddDeleteMessage(array->at(i), /*added=*/false);
     array->releaseAll();
   }
   delete array;

@@ -65,6 +65,8 @@ TPCDaddRemoveKey::TPCDaddRemoveKey(TparamCurve* curve, int operation, Tkeyframe*
       fKeyframe(keyframe),
       fKeyOut(operation == kKeyRemoved) {
   if (operation == kKeyReplaced) setSubjectKey(subject);
+  const Tkeyframe* held = operation == kKeyReplaced ? subject : keyframe;
+  if (curve && held && operation != kKeyRemoved) fKeyTime = curve->timeValue(held);
 }
 
 TPCDaddRemoveKey::~TPCDaddRemoveKey() {
@@ -110,13 +112,20 @@ void TPCDaddRemoveKey::putBack() {
 
 void TPCDaddRemoveKey::takeOut() {
   if (fKeyOut) return;
-  // Redoing a removal repeats remove(), which leaves a new first key alone;
-  // undoing an addition in front must give that key its old tangents back.
-  if (detachKey(*fCurve, fKeyframe.get(), /*refreshNewFirst=*/true)) fKeyOut = true;
+  Tkeyframe* key = fOperation == kKeyAdded ? keyOrKeyAtTime(fKeyframe) : fKeyframe.get();
+  if (detachKey(*fCurve, key, /*refreshNewFirst=*/true)) fKeyOut = true;
+}
+
+Tkeyframe* TPCDaddRemoveKey::keyOrKeyAtTime(TkeyPointer& key) const {
+  if (key.get() || fKeyTime.isNeither()) return key.get();
+  unsigned index = 0;
+  if (!fCurve->find(fKeyTime, index)) return nullptr;
+  key = fCurve->keyframe(index);
+  return key.get();
 }
 
 bool TPCDaddRemoveKey::swapState() {
-  Tkeyframe* subject = fSubjectKey.get();
+  Tkeyframe* subject = keyOrKeyAtTime(fSubjectKey);
   Tkeyframe* saved = fKeyframe.get();
   if (!saved || !subject || indexOfKey(*fCurve, subject) == kNoIndex) return false;
   const Tkeyframe replaced(*subject);
@@ -131,6 +140,7 @@ TPCDinsertKey::TPCDinsertKey(TparamCurve* curve, Tkeyframe* inserted, Tkeyframe*
                              Tkeyframe* nextCopy, unsigned index)
     : TparamCurveDelta(curve),
       fInserted(inserted),
+      fInsertedTime(curve && inserted ? curve->timeValue(inserted) : TtimeValue()),
       fPrevCopy(prevCopy),
       fNextCopy(nextCopy),
       fIndex(index) {}
@@ -153,6 +163,11 @@ void* TPCDinsertKey::cast(Tmetaclass* record) {
 void TPCDinsertKey::undo() {
   setUndone(true);
   if (!fCurve || fKeyOut) return;
+  unsigned at = 0;
+  if (!fInserted.get() && !fInsertedTime.isNeither() && fCurve->find(fInsertedTime, at)) {
+    // Deleted behind this record's back: the key now at its time stands in.
+    fInserted = fCurve->keyframe(at);
+  }
   const unsigned i = indexOfKey(*fCurve, fInserted.get());
   if (i == kNoIndex || !beginReplay()) return;
   fIndex = i;
@@ -384,10 +399,10 @@ bool TPCDcurveDelta::exchange() {
       if (wasHeld) entry->held = true;
       continue;
     }
-    if (!present.contains(key)) {
-      Access::sendAddDeleteMessage(*fCurve, key, /*added=*/true);
-      Access::notifyClientsOfChange(*fCurve, key, Tmsg::kKeyAdded);
-    }
+    // Every key that goes back left the array for a moment, and handles
+    // heard so; a key that was not in the curve is also announced as added.
+    Access::sendAddDeleteMessage(*fCurve, key, /*added=*/true);
+    if (!present.contains(key)) Access::notifyClientsOfChange(*fCurve, key, Tmsg::kKeyAdded);
   }
   fEntries = std::move(leaving);
 

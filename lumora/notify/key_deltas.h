@@ -77,9 +77,18 @@ class LUMORA_API TPCDaddRemoveKey : public TparamCurveDelta {
   /// Exchanges the subject key's state with the saved copy; false when the
   /// curve refused (nothing exchanged).
   bool swapState();
+  /// `key`, or when that object is gone the key of the curve at fKeyTime,
+  /// which `key` then names.
+  Tkeyframe* keyOrKeyAtTime(TkeyPointer& key) const;
 
   int fOperation;
   TkeyPointer fKeyframe;
+  // The time of the key the curve holds (the added key, or the overwritten
+  // one). Should that object be deleted behind this record's back (a key
+  // snapshot may then bring the state back in a new object), undo and redo
+  // act on the key found at this time, as a host expects of "the key that
+  // was added".
+  TtimeValue fKeyTime;
   // Whether the key object is outside the curve, as last seen by this delta.
   // Follows the undone mark unless the curve refused an undo or redo.
   bool fKeyOut = false;
@@ -115,6 +124,7 @@ class LUMORA_API TPCDinsertKey : public TparamCurveDelta {
   void swapNeighbours(unsigned at, unsigned next);
 
   TkeyPointer fInserted;
+  TtimeValue fInsertedTime;  // as fKeyTime of TPCDaddRemoveKey
   Tkeyframe* fPrevCopy;
   Tkeyframe* fNextCopy;
   unsigned fIndex;
