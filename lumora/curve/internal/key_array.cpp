@@ -34,6 +34,13 @@ int TkeyArray::appendKey(Tkeyframe* key) {
   if (!fTicks && !std::isfinite(key->timeAsFloat())) return 1;
   const unsigned n = count();
   if (n > 0 && compareKeys(*keys()[n - 1], *key) >= 0) return 1;
+  // Keys added one by one in time order all arrive here; while the block has
+  // room the pointer is stored directly instead of through the general insertion.
+  if (n < capacity()) {
+    keys()[n] = key;
+    ++fCount;
+    return 0;
+  }
   return appendElement(&key);
 }
 
