@@ -105,6 +105,24 @@ TEST(TparamCurve, FindAfterTheLastKeyAnswersAsTheSearchOnKeysOutOfOrder) {
   EXPECT_EQ(findAt(t, TtimeValue(TanimTime(300))), std::pair(true, 3u));
 }
 
+// A first key's clamped in side copies its out side. When that out side is a
+// spline recomputed for a new neighbour, the rules run once more so that the
+// in side copies the new tangent, not the old one.
+TEST(TparamCurve, ModifyTangentsRerunsASplineSideBesideAClampedOne) {
+  TparamCurve c(true);
+  auto* first = new Tkeyframe(0.0f, 0.0, kTangentClamped, kTangentSpline);
+  first->setTanIn(1.0f, 0.0f);
+  first->setTanOut(1.0f, 0.0f);
+  putKey(c, first);
+  putKey(c, new Tkeyframe(1.0f, 1.0, kTangentSpline, kTangentSpline));
+  ASSERT_TRUE(TparamCurveTestAccess::modifyTangents(c, 1));
+  float inX = 0.0f, inY = 0.0f, outX = 0.0f, outY = 0.0f;
+  first->getTanIn(inX, inY);
+  first->getTanOut(outX, outY);
+  EXPECT_GT(outY, 0.0f);  // rising towards the neighbour
+  EXPECT_EQ(std::pair(inX, inY), std::pair(outX, outY));
+}
+
 TEST(TparamCurve, IncrementalFindUsesAndChecksTheHint) {
   TparamCurve c(true);
   putKeys(c, {0.0f, 1.0f, 2.0f, 3.0f});
