@@ -280,30 +280,55 @@ bool searchKeys(const TkeyArray& array, Order order, unsigned& index) {
   return false;
 }
 
-// Exact ticks on a tick array.
-bool searchTicks(const TkeyArray& array, std::int32_t probe, unsigned& index) {
-  return searchKeys(
-      array,
-      [probe](const Tkeyframe& key) {
-        const std::int32_t ticks = key.timeAsTicks();
-        return probe < ticks ? -1 : (probe > ticks ? 1 : 0);
-      },
-      index);
+// True when searchKeys() would move right at every step and end past the last
+// key. Keys added in time order are each looked up past the end first; this
+// walks the search's rightmost path alone, without the prefetches that help
+// lookups inside the keys. The last key comes first, so that a probe inside
+// the keys costs one comparison. The whole path is compared, not the last key
+// alone, because keys whose times were changed in place may be out of order,
+// and the answer must still be the search's.
+template <typename Order>
+bool liesPastSearchPath(const TkeyArray& array, Order order) {
+  Tkeyframe* const* keys = array.keys();
+  const std::int64_t high = static_cast<std::int64_t>(array.count()) - 1;
+  if (high < 0 || order(*keys[high]) <= 0) return false;
+  for (std::int64_t low = 0; low < high;) {
+    const std::int64_t mid = (low + high) >> 1;
+    if (order(*keys[mid]) <= 0) return false;
+    low = mid + 1;
+  }
+  return true;
 }
 
-// Seconds on a float array, with the keys' 1e-5 s tolerance. A NaN probe is
-// never found and would be inserted first.
+// The order of a tick probe against a key of a tick array: exact ticks.
+auto tickOrder(std::int32_t probe) {
+  return [probe](const Tkeyframe& key) {
+    const std::int32_t ticks = key.timeAsTicks();
+    return probe < ticks ? -1 : (probe > ticks ? 1 : 0);
+  };
+}
+
+// The order of a seconds probe against a key of a float array, with the keys'
+// 1e-5 s tolerance.
+auto secondsOrder(float probe) {
+  return [probe](const Tkeyframe& key) {
+    const float time = key.timeAsFloat();
+    if (probe < time - Tkeyframe::kTimeTolerance) return -1;
+    return probe > time + Tkeyframe::kTimeTolerance ? 1 : 0;
+  };
+}
+
+// Exact ticks on a tick array.
+bool searchTicks(const TkeyArray& array, std::int32_t probe, unsigned& index) {
+  return searchKeys(array, tickOrder(probe), index);
+}
+
+// Seconds on a float array. A NaN probe is never found and would be inserted
+// first.
 bool searchSeconds(const TkeyArray& array, float probe, unsigned& index) {
   index = 0;
   if (std::isnan(probe)) return false;
-  return searchKeys(
-      array,
-      [probe](const Tkeyframe& key) {
-        const float time = key.timeAsFloat();
-        if (probe < time - Tkeyframe::kTimeTolerance) return -1;
-        return probe > time + Tkeyframe::kTimeTolerance ? 1 : 0;
-      },
-      index);
+  return searchKeys(array, secondsOrder(probe), index);
 }
 
 // The ticks that makeTimeValue() gives a tick curve for `seconds`.
@@ -319,8 +344,21 @@ bool TparamCurve::find(const TtimeValue& t, unsigned& index) const {
   index = 0;
   const TkeyArray* array = keyArray();
   if (!array || array->count() == 0) return false;
-  if (fTickKeys) return searchTicks(*array, t.asAnimTime().inTicks(), index);
-  return searchSeconds(*array, t.inSeconds(), index);
+  if (fTickKeys) {
+    const std::int32_t probe = t.asAnimTime().inTicks();
+    if (liesPastSearchPath(*array, tickOrder(probe))) {
+      index = array->count();
+      return false;
+    }
+    return searchTicks(*array, probe, index);
+  }
+  const float probe = t.inSeconds();
+  // A NaN probe compares as equal to every key, so it is left to the search.
+  if (liesPastSearchPath(*array, secondsOrder(probe))) {
+    index = array->count();
+    return false;
+  }
+  return searchSeconds(*array, probe, index);
 }
 
 bool TparamCurve::findSample(float seconds, unsigned& index) const {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -82,6 +83,44 @@ TEST(TparamCurve, FindIsTolerantOnFloatCurvesOnly) {
   EXPECT_EQ(findAt(t, TtimeValue(TanimTime(101))), std::pair(true, 1u));
   EXPECT_EQ(findAt(t, TtimeValue(TanimTime(102))), std::pair(false, 2u));
   EXPECT_EQ(findAt(empty, TtimeValue(1.0f)), std::pair(false, 0u));
+}
+
+// Keys whose times were changed in place can be out of order. A time after
+// the last key must still get the binary search's own answer there, which may
+// be a key in the middle.
+TEST(TparamCurve, FindAfterTheLastKeyAnswersAsTheSearchOnKeysOutOfOrder) {
+  TparamCurve t(false), f(true);
+  for (std::int32_t ticks : {0, 100, 200, 300}) putKey(t, new Tkeyframe(TanimTime(ticks), 0.0));
+  putKeys(f, {0.0f, 1.0f, 2.0f, 3.0f});
+  EXPECT_FALSE(t.setTime(1, TtimeValue(TanimTime(1000))));  // 0, 1000, 200, 300
+  EXPECT_FALSE(f.setTime(1, TtimeValue(10.0f)));
+  EXPECT_EQ(findAt(t, TtimeValue(TanimTime(1000))), std::pair(true, 1u));
+  EXPECT_EQ(findAt(t, TtimeValue(TanimTime(400))), std::pair(false, 1u));
+  EXPECT_EQ(findAt(f, TtimeValue(10.0f)), std::pair(true, 1u));
+  EXPECT_EQ(findAt(f, TtimeValue(4.0f)), std::pair(false, 1u));
+  EXPECT_EQ(findAt(f, TtimeValue(std::nanf(""))), std::pair(false, 0u));
+  // Back in order, a time after the last key goes after it.
+  EXPECT_TRUE(t.setTime(1, TtimeValue(TanimTime(100))));
+  EXPECT_EQ(findAt(t, TtimeValue(TanimTime(400))), std::pair(false, 4u));
+  EXPECT_EQ(findAt(t, TtimeValue(TanimTime(300))), std::pair(true, 3u));
+}
+
+// A first key's clamped in side copies its out side. When that out side is a
+// spline recomputed for a new neighbour, the rules run once more so that the
+// in side copies the new tangent, not the old one.
+TEST(TparamCurve, ModifyTangentsRerunsASplineSideBesideAClampedOne) {
+  TparamCurve c(true);
+  auto* first = new Tkeyframe(0.0f, 0.0, kTangentClamped, kTangentSpline);
+  first->setTanIn(1.0f, 0.0f);
+  first->setTanOut(1.0f, 0.0f);
+  putKey(c, first);
+  putKey(c, new Tkeyframe(1.0f, 1.0, kTangentSpline, kTangentSpline));
+  ASSERT_TRUE(TparamCurveTestAccess::modifyTangents(c, 1));
+  float inX = 0.0f, inY = 0.0f, outX = 0.0f, outY = 0.0f;
+  first->getTanIn(inX, inY);
+  first->getTanOut(outX, outY);
+  EXPECT_GT(outY, 0.0f);  // rising towards the neighbour
+  EXPECT_EQ(std::pair(inX, inY), std::pair(outX, outY));
 }
 
 TEST(TparamCurve, IncrementalFindUsesAndChecksTheHint) {

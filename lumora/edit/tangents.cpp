@@ -3,6 +3,7 @@
 // The rules themselves live in the segment evaluator (they differ between
 // weighted and non-weighted curves); this file decides which keys to run them
 // on after an edit, sets tangent types and scales fixed tangents.
+#include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/keys/keyframe_handle.h"
@@ -17,36 +18,53 @@ bool isClampedKind(TtangentType t) {
   return t == kTangentClamped || t == kTangentClampedSmooth;
 }
 
+// How many times the rules of `key` run for one of its sides: the decision of
+// tangentMethodIdentifier. Both types are read before any run.
+int ruleRuns(const Tkeyframe& key, bool inSide, bool otherSideDone) {
+  const TtangentType type = inSide ? key.tanInType() : key.tanOutType();
+  const TtangentType other = inSide ? key.tanOutType() : key.tanInType();
+  if (type < kTangentFixed || type > kTangentClamped) return 0;
+  // Fixed still runs the rules so that a differing other side is computed.
+  if (type != kTangentSmooth && type != kTangentSpline) return 1;
+  int runs = 0;
+  if (!otherSideDone || (other != kTangentSpline && other != kTangentSmooth)) ++runs;
+  // A spline side next to a clamped side is computed again with the first
+  // result in place, because the clamped rule reads the current tangents.
+  if (!otherSideDone && isClampedKind(other)) ++runs;
+  return runs;
+}
+
 }  // namespace
 
 bool TparamCurve::modifyTangents(unsigned index) {
   const unsigned n = keyframeCount();
   if (index >= n) return false;
-  tangentMethodIdentifier(index, /*inSide=*/true, /*otherSideDone=*/false);
-  tangentMethodIdentifier(index, /*inSide=*/false, /*otherSideDone=*/true);
-  if (index < n - 1) tangentMethodIdentifier(index + 1, /*inSide=*/true, false);
-  if (index > 0) tangentMethodIdentifier(index - 1, /*inSide=*/false, false);
+  // Every key added one by one comes here. The keys are read straight from
+  // the array and the rules run in place: the same runs, in the same order,
+  // as tangentMethodIdentifier would make, without a lookup per question.
+  const TkeyArray& array = *keyArray();
+  const auto side = [&](unsigned i, bool inSide, bool otherSideDone) {
+    Tkeyframe* key = array.at(i);
+    if (!key) return;
+    for (int runs = ruleRuns(*key, inSide, otherSideDone); runs > 0; --runs) {
+      if (!fSegmentEvaluator) continue;
+      fSegmentEvaluator->computeTangents(i > 0 ? array.at(i - 1) : nullptr, key, array.at(i + 1));
+      invalidateCache(static_cast<int>(i));
+    }
+  };
+  side(index, /*inSide=*/true, /*otherSideDone=*/false);
+  side(index, /*inSide=*/false, /*otherSideDone=*/true);
+  if (index < n - 1) side(index + 1, /*inSide=*/true, false);
+  if (index > 0) side(index - 1, /*inSide=*/false, false);
   return true;
 }
 
 bool TparamCurve::tangentMethodIdentifier(unsigned index, bool inSide, bool otherSideDone) {
   const Tkeyframe* key = keyframe(index);
   if (!key) return false;
-  const TtangentType type = inSide ? key->tanInType() : key->tanOutType();
-  const TtangentType other = inSide ? key->tanOutType() : key->tanInType();
-  const bool extra = !otherSideDone && isClampedKind(other);
-  if (type < kTangentFixed || type > kTangentClamped) return true;
-  if (type != kTangentSmooth && type != kTangentSpline) {
-    // Fixed still runs the helper so that a differing other side is computed.
-    modifyTangentHelper(index);
-    return true;
-  }
-  if (!otherSideDone || (other != kTangentSpline && other != kTangentSmooth)) {
+  for (int runs = ruleRuns(*key, inSide, otherSideDone); runs > 0; --runs) {
     modifyTangentHelper(index);
   }
-  // A spline side next to a clamped side is computed again with the first
-  // result in place, because the clamped rule reads the current tangents.
-  if (extra) modifyTangentHelper(index);
   return true;
 }
 

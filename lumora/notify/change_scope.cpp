@@ -24,9 +24,15 @@ bool gModelUpdatesDisabled = false;
 bool gMessagesSilenced = false;
 
 // Sends `msg` to the global helpers. Without a depot (the module is stopped)
-// nobody hears it, so every question stays unanswered.
-void askHelpers(const TparamCurveHelperMsg& msg) {
-  if (TparamCurveMsgDepot* depot = internal::msgDepot()) depot->notifyClients(msg);
+// nobody hears it, so every question stays unanswered. The depot is asked
+// first whether any registration would receive the question: every edit asks
+// at least twice, and most hosts never register a helper.
+inline void askHelpers(const TparamCurveHelperMsg& msg) {
+  TparamCurveMsgDepot* depot = internal::msgDepot();
+  if (depot && depot->clientCount() != 0 &&
+      depot->hasClientMessage(nullptr, TparamCurveHelperMsgTmeta)) {
+    depot->notifyClients(msg);
+  }
 }
 
 // True when the helpers allow `request` on a curve; `approved` reads the
@@ -127,13 +133,17 @@ void TparamCurve::notifyClientsOfChange(Tkeyframe* key, TparamCurveModifiedMsg::
   if (gMessagesSilenced) return;
 
   const TsendScope sending(fSendDepth);
-  TkeyframeHandle handle(this, key, /*makeClient=*/false);
-  const TparamCurveModifiedMsg msg(&handle,
-                                   static_cast<TparamCurveModifiedMsg::TmessageType>(type));
-  notifyClients(msg);
-  // The key is on its way out of the curve: a copy of the handle that a
-  // client took during the send must not read as valid once it is out.
-  if (type == TparamCurveModifiedMsg::kKeyRemoved) handle.markInvalid();
+  // The handle costs an allocation, and adding keys one by one sends a message
+  // per key: it is built only when a registration would receive the message.
+  // The helpers below hear of the first key message all the same.
+  if (clientCount() != 0 && hasClientMessage(nullptr, TparamCurveModifiedMsgTmeta)) {
+    TkeyframeHandle handle(this, key, /*makeClient=*/false);
+    const TparamCurveModifiedMsg msg(&handle, type);
+    notifyClients(msg);
+    // The key is on its way out of the curve: a copy of the handle that a
+    // client took during the send must not read as valid once it is out.
+    if (type == TparamCurveModifiedMsg::kKeyRemoved) handle.markInvalid();
+  }
   if (fChangeDepth != 0 && !gModelUpdatesDisabled) disableAnimCurveModelUpdates();
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "lumora/base/typed_array.h"
@@ -186,6 +187,88 @@ TEST_F(ChangeScope, MarkDirtySendsKeyChangedForTheFirstKeyOnly) {
   internal::setMessagesSilenced(true);
   curve.markDirty();
   EXPECT_EQ(counts(), std::tuple(1u, 3u, 4u));
+}
+
+// --- Curves nobody listens to -----------------------------------------------------
+
+using Question = std::pair<Help::ThelpRequest, std::uint32_t>;
+
+// The questions a helper hears while `curve` gets a key appended, a value
+// changed and its first key removed.
+std::vector<Question> questionsWhileEditing(TparamCurve& curve) {
+  TmessageRecorder helper;
+  TparamCurve::addGlobalHelper(&helper, &TmessageRecorder::record);
+  EXPECT_TRUE(curve.add(Tkeyframe(TanimTime(300), 3.0)));
+  curve.setValue(1, 5.0);
+  curve.remove(0);
+  std::vector<Question> heard;
+  for (const TrecordedMsg& m : helper.log) heard.emplace_back(m.request, m.stateAsSent);
+  return heard;
+}
+
+// Key messages are built only for a curve that someone listens to; the
+// helpers must hear exactly the same questions either way.
+TEST(ChangeScopeUnwatched, HelpersHearTheSameWhetherOrNotKeysAreWatched) {
+  TparamCurve watched(/*isFloat=*/false);
+  TparamCurve unwatched(/*isFloat=*/false);
+  for (TparamCurve* c : {&watched, &unwatched}) {
+    ASSERT_TRUE(c->add(Tkeyframe(TanimTime(100), 1.0)));
+    ASSERT_TRUE(c->add(Tkeyframe(TanimTime(200), 2.0)));
+  }
+  TmessageRecorder keys;
+  keys.listenTo(watched);
+
+  const std::vector<Question> heard = questionsWhileEditing(unwatched);
+  EXPECT_EQ(heard, questionsWhileEditing(watched));
+  // Per edit: the begin question, model updates stopped by its first key
+  // message, the close with the unanswered connections-dirty bit.
+  const Question begin{Help::kHelpBeginChange, Help::kMarkConnectionsDirty};
+  const Question stop{Help::kHelpUpdate, 0u};
+  const Question close{Help::kHelpUpdate, Help::kMarkConnectionsDirty};
+  EXPECT_EQ(heard,
+            (std::vector<Question>{begin, stop, close, begin, stop, close, begin, stop, close}));
+  EXPECT_EQ(keys.count(Kind::kModified), 3u);
+}
+
+TEST(ChangeScopeUnwatched, ListenersRegisteredLaterHearEveryChange) {
+  TparamCurve curve(/*isFloat=*/false);
+  ASSERT_TRUE(curve.add(Tkeyframe(TanimTime(100), 1.0)));
+  ASSERT_TRUE(curve.add(Tkeyframe(TanimTime(200), 2.0)));
+  // Announced to nobody, so nothing is left gathered either.
+  EXPECT_TRUE(TparamCurve::globalMsgDepot().changedCurves().empty());
+
+  TmessageRecorder rec;
+  rec.listenTo(curve);
+  rec.listenGlobally();
+  ASSERT_TRUE(curve.add(Tkeyframe(TanimTime(300), 3.0)));
+  Tkeyframe* added = curve.keyframe(2);
+  curve.remove(0);
+  const std::vector<Kind> scope{Kind::kHelper, Kind::kModified, Kind::kHelper, Kind::kHelper,
+                                Kind::kChanged};
+  std::vector<Kind> both = scope;
+  both.insert(both.end(), scope.begin(), scope.end());
+  ASSERT_EQ(rec.kinds(), both);
+  const auto sent = rec.only(Kind::kModified);
+  EXPECT_EQ(std::tuple(sent[0].messageType, sent[0].key, sent[0].keyValid, sent[1].messageType),
+            std::tuple(Modified::kKeyAdded, added, true, Modified::kKeyRemoved));
+  EXPECT_EQ(curve.keyframe(1), added);
+  for (const TrecordedMsg& m : rec.only(Kind::kChanged)) {
+    EXPECT_EQ(m.curves, std::vector<TparamCurve*>{&curve});
+  }
+}
+
+// While messages are delayed a changed curve is gathered even with no global
+// client yet: one registered before the resume hears of it.
+TEST(ChangeScopeUnwatched, CurvesGatheredWhileDelayedReachALaterClient) {
+  TparamCurve curve(/*isFloat=*/false);
+  TparamCurve::delayMessages();
+  ASSERT_TRUE(curve.add(Tkeyframe(TanimTime(100), 1.0)));
+  TmessageRecorder rec;
+  TparamCurve::addGlobalClient(&rec, &TmessageRecorder::record);
+  TparamCurve::resumeMessagesAndUpdate();
+  const auto changed = rec.only(Kind::kChanged);
+  ASSERT_EQ(changed.size(), 1u);
+  EXPECT_EQ(changed[0].curves, std::vector<TparamCurve*>{&curve});
 }
 
 }  // namespace

@@ -31,6 +31,13 @@ TparamCurveMsgDepot::~TparamCurveMsgDepot() = default;
 
 void TparamCurveMsgDepot::addChangedCurve(TparamCurve* curve) {
   if (fUpdatesSuspended || curve == nullptr) return;
+  // Every outermost change scope ends here. When the list would be sent at
+  // once to nobody, listing the curve only to empty the list again is skipped.
+  if (fDelayCount == 0 && fChangedCurves.empty() &&
+      (clientCount() == 0 || !hasClientMessage(nullptr, TparamCurveChangedMsgTmeta))) {
+    fPendingFlag = 0;
+    return;
+  }
   if (fChangedCurves.find(curve) != 0) fChangedCurves.addLast(curve);
   if (fDelayCount != 0) return;
   sendChangedCurves();

@@ -36,9 +36,16 @@ int TkeyArray::appendKey(Tkeyframe* key) {
   if (!fTicks && !std::isfinite(key->timeAsFloat())) return 1;
   const unsigned n = count();
   if (n > 0 && compareKeys(*keys()[n - 1], *key) >= 0) return 1;
-  const int result = appendElement(&key);
-  if (result == 0) key->fInCurve = 1;
-  return result;
+  // Keys added one by one in time order all arrive here; while the block has
+  // room the pointer is stored directly instead of through the general insertion.
+  if (n < capacity()) {
+    keys()[n] = key;
+    ++fCount;
+  } else if (appendElement(&key) != 0) {
+    return 1;
+  }
+  key->fInCurve = 1;
+  return 0;
 }
 
 Tkeyframe* TkeyArray::removeKey(unsigned i) {
