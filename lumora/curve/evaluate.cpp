@@ -199,7 +199,15 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
     default:
       if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
       if (fCachedInterval == static_cast<std::int32_t>(end - 1)) {
-        fitLoadedSpanToCache();
+        // From the span's own keys (as after loading it) the whole span
+        // answers inline; from elsewhere only its inside does.
+        // (A looping image cut from a narrower range stays inside this one.)
+        if (fCachedIndex + 1 == end || fCachedIndex == end) [[likely]] {
+          fLoadedSpanStart = seconds(a);
+          fLoadedSpanEnd = seconds(b);
+        } else {
+          fitLoadedSpanToCache();
+        }
         constexpr std::uint16_t kBlockers =
             (1u << kFlagStatic) | (1u << kFlagDeferredDeletion) | (1u << kFlagWeighted);
         const bool plain =
