@@ -405,7 +405,7 @@ void checkHandle(const TheldHandle& held, const char* kind, std::size_t i) {
 // far out): the cached and the full path round the mapping differently there.
 bool nearCycledKey(const TparamCurve& curve, float seconds) {
   const unsigned n = curve.keyframeCount();
-  if (!workaround(kCycleKeyImage) || n == 0 || !std::isfinite(seconds)) return false;
+  if (!workaround(kCycleKeyImage) || n == 0 || std::isnan(seconds)) return false;
   const auto loops = [](TparamCurve::TinfinityType t) {
     return t == TparamCurve::kCycle || t == TparamCurve::kCycleRelative ||
            t == TparamCurve::kOscillate;
@@ -415,7 +415,7 @@ bool nearCycledKey(const TparamCurve& curve, float seconds) {
   const bool after = seconds > last && loops(curve.postInfinityType());
   if (!before && !after) return false;
   const double range = last - first;
-  if (range < 1e-3 || std::fabs(seconds) > 1e6) return true;
+  if (range < 1e-3 || !(std::fabs(seconds) <= 1e6)) return true;
   // Oscillation mirrors every other period; both images are tried.
   const double offset = std::fmod(static_cast<double>(seconds) - first, range);
   const double images[] = {first + offset, first + offset + range, last - offset, first - offset};
@@ -996,6 +996,14 @@ void opMakeHandle(Tstep& step) {
   gState->handles.push_back(std::move(held));
 }
 
+// Whether the host may register `held` now: a record cannot learn of a
+// removal it did not hear, so only while its key is still in its curve.
+bool mayRegister(const TheldHandle& held) {
+  if (held.registered) return true;
+  const TparamCurve* owner = held.handle.paramCurve();
+  return owner && isLiveCurve(owner) && contains(*owner, held.handle.keyframe());
+}
+
 void opHandleCopyOrDrop(Tstep& step) {
   Treader& in = step.in;
   TcurveSlot& slot = step.slot;
@@ -1009,23 +1017,20 @@ void opHandleCopyOrDrop(Tstep& step) {
       pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(i));
       return;
     case 1: {
-      const bool registered = in.flag();
+      // Copies share one record, so registering the copy registers both.
+      const bool registered = in.flag() && mayRegister(pool[i]);
       logStep(format("copy %s handle %zu, registered=%s", (how & 1) ? "held" : "message", i,
                      boolName(registered)));
       TheldHandle copy{TkeyframeHandle(pool[i].handle, registered),
                        pool[i].registered || registered};
+      pool[i].registered = copy.registered;
       if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
       gState->handles.push_back(std::move(copy));
       return;
     }
     case 2: {
+      if (!mayRegister(pool[i])) return;
       logStep(format("register %s handle %zu", (how & 1) ? "held" : "message", i));
-      // Only a key still in its curve: a record cannot learn of a past removal.
-      TparamCurve* owner = pool[i].handle.paramCurve();
-      if (!pool[i].registered &&
-          (!owner || !isLiveCurve(owner) || !contains(*owner, pool[i].handle.keyframe()))) {
-        return;
-      }
       pool[i].handle.makeClient();
       pool[i].registered = true;
       return;
