@@ -119,8 +119,9 @@ struct Taction {
   unsigned curve = 0;
   TcurveSnapshot before;
   TcurveSnapshot after;
-  // Set once the curve was edited outside every recording: the snapshots no
-  // longer describe the states this action moves between.
+  // Set once an action of the curve that does not undo exactly was recorded,
+  // undone or redone: the snapshots no longer describe the states this action
+  // moves between, so it is still undone and redone but no longer compared.
   bool stale = false;
 };
 
@@ -561,8 +562,9 @@ void finishRecording(unsigned c) {
   }
   gState->redoStack.clear();
   if (std::exchange(s.neverUndo, false)) {
-    logStep(format("curve %u: the action is dropped without undo", c));
-    movedByStaleAction(c);
+    // The older actions may name keys that this one owned: they go with it.
+    logStep(format("curve %u: the action is dropped without undo, with the older ones", c));
+    dropActionsOf(c);
     return;
   }
   if (!inexact.empty()) {
