@@ -749,24 +749,30 @@ void opBlockTanType(Tstep& step) {
 void opRemove(Tstep& step) {
   Treader& in = step.in;
   const unsigned c = step.c;
-  TcurveSlot& slot = step.slot;
   TparamCurve& curve = step.curve;
-  const unsigned n = step.n;
   const unsigned i = decodeIndex(in, curve);
-  const bool withUndoKey = in.flag(), siblings = in.flag();
+  const bool wantsUndoKey = in.flag(), siblings = in.flag();
   const Tkeyframe undoKey = decodeKey(in, curve);
-  std::unique_ptr<TsilentEdit> silent;
-  if (curve.blockAddMode()) silent = std::make_unique<TsilentEdit>(c);
-  // In block-add mode the key is deleted at once, even when a delta of
-  // the recording still names it, so undo would read a deleted key.
-  if (curve.blockAddMode() && recording(c) && i < n && workaround(kBlockModeRemove)) {
-    slot.neverUndo = true;
+  // Undo copies the undo key's content unchecked, a NaN value included.
+  const bool withUndoKey =
+      wantsUndoKey && (std::isfinite(undoKey.value()) || !workaround(kUndoKeyValue));
+  // Through linked siblings the removal reaches the other curves too.
+  std::vector<std::unique_ptr<TsilentEdit>> silent;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    if (d != c && !(siblings && gState->siblings)) continue;
+    TcurveSlot& slot = gState->slots[d];
+    const bool removes = i < slot.curve->keyframeCount();
+    if (withUndoKey && removes) {
+      recordingInexact(d, "undo of a removal brings back the undo key's content");
+    }
+    if (!slot.curve->blockAddMode()) continue;
+    silent.push_back(std::make_unique<TsilentEdit>(d));
+    // In block-add mode the key is deleted at once, even when a delta of
+    // the recording still names it, so undo would read a deleted key.
+    if (recording(d) && removes && workaround(kBlockModeRemove)) slot.neverUndo = true;
   }
   logStep(format("curve %u: remove(%u, %s, %s)", c, i,
                  withUndoKey ? describeKey(undoKey, curve).c_str() : "null", boolName(siblings)));
-  if (withUndoKey && i < n) {
-    recordingInexact(c, "undo of a removal brings back the undo key's content");
-  }
   curve.remove(i, withUndoKey ? &undoKey : nullptr, siblings);
   editedOutsideRecording(c);
 }
