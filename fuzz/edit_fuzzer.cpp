@@ -616,8 +616,16 @@ void opInsertTime(Tstep& step) {
   const TtimeValue t = decodeTime(in, curve);
   const bool breakdown = in.flag(), siblings = in.flag();
   if (full) return;
-  // Where the curve's value overflows, the inserted key stores a NaN.
-  if (workaround(kInsertOverflow) && !std::isfinite(curve.evaluate(t))) return;
+  // Where a curve's value overflows, the inserted key stores a NaN; with
+  // linked siblings the key goes into each of them.
+  if (workaround(kInsertOverflow)) {
+    for (unsigned d = 0; d < gState->curveCount; ++d) {
+      if (d != c && !(siblings && gState->siblings)) continue;
+      TparamCurve& other = *gState->slots[d].curve;
+      if (!std::isfinite(other.evaluate(t.isFloat() ? t.asFloat() : t.inSeconds()))) return;
+      if (!std::isfinite(other.evaluate(t))) return;
+    }
+  }
   logStep(format("curve %u: insert(%s, breakdown=%s, %s)", c, describeTime(t).c_str(),
                  boolName(breakdown), boolName(siblings)));
   (void)curve.insert(t, breakdown, siblings);
@@ -753,9 +761,11 @@ void opRemove(Tstep& step) {
   const unsigned i = decodeIndex(in, curve);
   const bool wantsUndoKey = in.flag(), siblings = in.flag();
   const Tkeyframe undoKey = decodeKey(in, curve);
-  // Undo copies the undo key's content unchecked, a NaN value included.
-  const bool withUndoKey =
-      wantsUndoKey && (std::isfinite(undoKey.value()) || !workaround(kUndoKeyValue));
+  // Undo copies the undo key's content unchecked: a NaN value, or a time
+  // that another key holds by then, comes back into the curve.
+  const bool sound = std::isfinite(undoKey.value()) && curve.keyframe(i) &&
+                     curve.timeValue(i) == curve.timeValue(&undoKey);
+  const bool withUndoKey = wantsUndoKey && (sound || !workaround(kUndoKeyContent));
   // Through linked siblings the removal reaches the other curves too.
   std::vector<std::unique_ptr<TsilentEdit>> silent;
   for (unsigned d = 0; d < gState->curveCount; ++d) {

@@ -32,7 +32,7 @@ enum Tworkaround : unsigned {
   kInsertOverflow,       // "insert-overflow"
   kCycleKeyImage,        // "cycle-key-image"
   kLinearSpanBit,        // "linear-span-bit"
-  kUndoKeyValue,         // "undo-key-value"
+  kUndoKeyContent,       // "undo-key-content"
   kWorkaroundCount
 };
 
