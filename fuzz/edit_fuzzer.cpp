@@ -854,15 +854,21 @@ void opSetTanType(Tstep& step) {
   Treader& in = step.in;
   const unsigned c = step.c;
   TparamCurve& curve = step.curve;
-  const unsigned n = step.n;
   const unsigned i = decodeIndex(in, curve);
   const TtangentType type = decodeTangentType(in);
   const bool inSide = in.flag();
   logStep(format("curve %u: setTan%sType(%u, %d)", c, inSide ? "In" : "Out", i, type));
   // The preference default (0) and values out of range are not stored as given.
-  if ((type == kTangentGlobal || type > kTangentClamped) && i < n) {
-    recordingInexactByDefect(c, kTangentTypeRange,
-                             "a tangent type stored as another does not undo bitwise");
+  // A quaternion rotation curve sets the type on its linked siblings too.
+  const bool allThree =
+      gState->siblings && curve.getRotationInterpolation() == TparamCurve::kQuaternion;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    if (d != c && !allThree) continue;
+    if ((type == kTangentGlobal || type > kTangentClamped) &&
+        i < gState->slots[d].curve->keyframeCount()) {
+      recordingInexactByDefect(d, kTangentTypeRange,
+                               "a tangent type stored as another does not undo bitwise");
+    }
   }
   if (inSide) {
     curve.setTanInType(i, type);
