@@ -608,6 +608,20 @@ void opAdd(Tstep& step) {
   editedOutsideRecording(c);
 }
 
+// Whether inserting at `t` would meet a curve whose value overflows there, in
+// which case the library stores a NaN as the new key's value; with linked
+// siblings the insertion reaches each of them.
+bool insertOverflows(unsigned c, const TtimeValue& t, bool siblings) {
+  if (!workaround(kInsertOverflow)) return false;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    if (d != c && !(siblings && gState->siblings)) continue;
+    TparamCurve& other = *gState->slots[d].curve;
+    if (!std::isfinite(other.evaluate(t.isFloat() ? t.asFloat() : t.inSeconds()))) return true;
+    if (!std::isfinite(other.evaluate(t))) return true;
+  }
+  return false;
+}
+
 void opInsertTime(Tstep& step) {
   Treader& in = step.in;
   const unsigned c = step.c;
@@ -616,16 +630,7 @@ void opInsertTime(Tstep& step) {
   const TtimeValue t = decodeTime(in, curve);
   const bool breakdown = in.flag(), siblings = in.flag();
   if (full) return;
-  // Where a curve's value overflows, the inserted key stores a NaN; with
-  // linked siblings the key goes into each of them.
-  if (workaround(kInsertOverflow)) {
-    for (unsigned d = 0; d < gState->curveCount; ++d) {
-      if (d != c && !(siblings && gState->siblings)) continue;
-      TparamCurve& other = *gState->slots[d].curve;
-      if (!std::isfinite(other.evaluate(t.isFloat() ? t.asFloat() : t.inSeconds()))) return;
-      if (!std::isfinite(other.evaluate(t))) return;
-    }
-  }
+  if (insertOverflows(c, t, siblings)) return;
   logStep(format("curve %u: insert(%s, breakdown=%s, %s)", c, describeTime(t).c_str(),
                  boolName(breakdown), boolName(siblings)));
   (void)curve.insert(t, breakdown, siblings);
@@ -640,6 +645,8 @@ void opInsertKey(Tstep& step) {
   const Tkeyframe key = decodeKey(in, curve);
   const bool keepShape = in.flag(), siblings = in.flag();
   if (full) return;
+  // Keeping the shape evaluates the curve where the key goes.
+  if ((keepShape || siblings) && insertOverflows(c, curve.timeValue(&key), siblings)) return;
   logStep(format("curve %u: insert(%s, keepShape=%s, %s)", c, describeKey(key, curve).c_str(),
                  boolName(keepShape), boolName(siblings)));
   (void)curve.insert(key, keepShape, siblings);
@@ -655,6 +662,10 @@ void opInsertOwned(Tstep& step) {
   auto* key = new Tkeyframe(decodeKey(in, curve));
   const bool siblings = in.flag();
   if (full) {
+    delete key;
+    return;
+  }
+  if (insertOverflows(c, curve.timeValue(key), siblings)) {
     delete key;
     return;
   }
