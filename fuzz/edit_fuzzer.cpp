@@ -420,9 +420,11 @@ bool nearCycledKey(const TparamCurve& curve, float seconds) {
   // Oscillation mirrors every other period; both images are tried.
   const double offset = std::fmod(static_cast<double>(seconds) - first, range);
   const double images[] = {first + offset, first + offset + range, last - offset, first - offset};
+  // Far from zero, float seconds are coarse: "near" grows with the times.
+  const double near = 1e-4 + 1e-6 * (std::fabs(first) + std::fabs(last));
   for (const double image : images) {
     for (unsigned i = 0; i < n; ++i) {
-      if (std::fabs(image - curve.seconds(i)) < 1e-4) return true;
+      if (std::fabs(image - curve.seconds(i)) < near) return true;
     }
   }
   return false;
