@@ -119,8 +119,9 @@ struct Taction {
   unsigned curve = 0;
   TcurveSnapshot before;
   TcurveSnapshot after;
-  // Set once the curve was edited outside every recording: the snapshots no
-  // longer describe the states this action moves between.
+  // Set once an action of the curve that does not undo exactly was recorded,
+  // undone or redone: the snapshots no longer describe the states this action
+  // moves between, so it is still undone and redone but no longer compared.
   bool stale = false;
 };
 
@@ -405,7 +406,7 @@ void checkHandle(const TheldHandle& held, const char* kind, std::size_t i) {
 // far out): the cached and the full path round the mapping differently there.
 bool nearCycledKey(const TparamCurve& curve, float seconds) {
   const unsigned n = curve.keyframeCount();
-  if (!workaround(kCycleKeyImage) || n == 0 || !std::isfinite(seconds)) return false;
+  if (!workaround(kCycleKeyImage) || n == 0 || std::isnan(seconds)) return false;
   const auto loops = [](TparamCurve::TinfinityType t) {
     return t == TparamCurve::kCycle || t == TparamCurve::kCycleRelative ||
            t == TparamCurve::kOscillate;
@@ -415,13 +416,15 @@ bool nearCycledKey(const TparamCurve& curve, float seconds) {
   const bool after = seconds > last && loops(curve.postInfinityType());
   if (!before && !after) return false;
   const double range = last - first;
-  if (range < 1e-3 || std::fabs(seconds) > 1e6) return true;
+  if (range < 1e-3 || !(std::fabs(seconds) <= 1e6)) return true;
   // Oscillation mirrors every other period; both images are tried.
   const double offset = std::fmod(static_cast<double>(seconds) - first, range);
   const double images[] = {first + offset, first + offset + range, last - offset, first - offset};
+  // Far from zero, float seconds are coarse: "near" grows with the times.
+  const double near = 1e-4 + 1e-6 * (std::fabs(first) + std::fabs(last));
   for (const double image : images) {
     for (unsigned i = 0; i < n; ++i) {
-      if (std::fabs(image - curve.seconds(i)) < 1e-4) return true;
+      if (std::fabs(image - curve.seconds(i)) < near) return true;
     }
   }
   return false;
@@ -561,8 +564,9 @@ void finishRecording(unsigned c) {
   }
   gState->redoStack.clear();
   if (std::exchange(s.neverUndo, false)) {
-    logStep(format("curve %u: the action is dropped without undo", c));
-    movedByStaleAction(c);
+    // The older actions may name keys that this one owned: they go with it.
+    logStep(format("curve %u: the action is dropped without undo, with the older ones", c));
+    dropActionsOf(c);
     return;
   }
   if (!inexact.empty()) {
@@ -606,6 +610,20 @@ void opAdd(Tstep& step) {
   editedOutsideRecording(c);
 }
 
+// Whether inserting at `t` would meet a curve whose value overflows there, in
+// which case the library stores a NaN as the new key's value; with linked
+// siblings the insertion reaches each of them.
+bool insertOverflows(unsigned c, const TtimeValue& t, bool siblings) {
+  if (!workaround(kInsertOverflow)) return false;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    if (d != c && !(siblings && gState->siblings)) continue;
+    TparamCurve& other = *gState->slots[d].curve;
+    if (!std::isfinite(other.evaluate(t.isFloat() ? t.asFloat() : t.inSeconds()))) return true;
+    if (!std::isfinite(other.evaluate(t))) return true;
+  }
+  return false;
+}
+
 void opInsertTime(Tstep& step) {
   Treader& in = step.in;
   const unsigned c = step.c;
@@ -614,8 +632,7 @@ void opInsertTime(Tstep& step) {
   const TtimeValue t = decodeTime(in, curve);
   const bool breakdown = in.flag(), siblings = in.flag();
   if (full) return;
-  // Where the curve's value overflows, the inserted key stores a NaN.
-  if (workaround(kInsertOverflow) && !std::isfinite(curve.evaluate(t))) return;
+  if (insertOverflows(c, t, siblings)) return;
   logStep(format("curve %u: insert(%s, breakdown=%s, %s)", c, describeTime(t).c_str(),
                  boolName(breakdown), boolName(siblings)));
   (void)curve.insert(t, breakdown, siblings);
@@ -630,6 +647,8 @@ void opInsertKey(Tstep& step) {
   const Tkeyframe key = decodeKey(in, curve);
   const bool keepShape = in.flag(), siblings = in.flag();
   if (full) return;
+  // Keeping the shape evaluates the curve where the key goes.
+  if ((keepShape || siblings) && insertOverflows(c, curve.timeValue(&key), siblings)) return;
   logStep(format("curve %u: insert(%s, keepShape=%s, %s)", c, describeKey(key, curve).c_str(),
                  boolName(keepShape), boolName(siblings)));
   (void)curve.insert(key, keepShape, siblings);
@@ -645,6 +664,10 @@ void opInsertOwned(Tstep& step) {
   auto* key = new Tkeyframe(decodeKey(in, curve));
   const bool siblings = in.flag();
   if (full) {
+    delete key;
+    return;
+  }
+  if (insertOverflows(c, curve.timeValue(key), siblings)) {
     delete key;
     return;
   }
@@ -747,24 +770,32 @@ void opBlockTanType(Tstep& step) {
 void opRemove(Tstep& step) {
   Treader& in = step.in;
   const unsigned c = step.c;
-  TcurveSlot& slot = step.slot;
   TparamCurve& curve = step.curve;
-  const unsigned n = step.n;
   const unsigned i = decodeIndex(in, curve);
-  const bool withUndoKey = in.flag(), siblings = in.flag();
+  const bool wantsUndoKey = in.flag(), siblings = in.flag();
   const Tkeyframe undoKey = decodeKey(in, curve);
-  std::unique_ptr<TsilentEdit> silent;
-  if (curve.blockAddMode()) silent = std::make_unique<TsilentEdit>(c);
-  // In block-add mode the key is deleted at once, even when a delta of
-  // the recording still names it, so undo would read a deleted key.
-  if (curve.blockAddMode() && recording(c) && i < n && workaround(kBlockModeRemove)) {
-    slot.neverUndo = true;
+  // Undo copies the undo key's content unchecked: a NaN value, or a time
+  // that another key holds by then, comes back into the curve.
+  const bool sound = std::isfinite(undoKey.value()) && curve.keyframe(i) &&
+                     curve.timeValue(i) == curve.timeValue(&undoKey);
+  const bool withUndoKey = wantsUndoKey && (sound || !workaround(kUndoKeyContent));
+  // Through linked siblings the removal reaches the other curves too.
+  std::vector<std::unique_ptr<TsilentEdit>> silent;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    if (d != c && !(siblings && gState->siblings)) continue;
+    TcurveSlot& slot = gState->slots[d];
+    const bool removes = i < slot.curve->keyframeCount();
+    if (withUndoKey && removes) {
+      recordingInexact(d, "undo of a removal brings back the undo key's content");
+    }
+    if (!slot.curve->blockAddMode()) continue;
+    silent.push_back(std::make_unique<TsilentEdit>(d));
+    // In block-add mode the key is deleted at once, even when a delta of
+    // the recording still names it, so undo would read a deleted key.
+    if (recording(d) && removes && workaround(kBlockModeRemove)) slot.neverUndo = true;
   }
   logStep(format("curve %u: remove(%u, %s, %s)", c, i,
                  withUndoKey ? describeKey(undoKey, curve).c_str() : "null", boolName(siblings)));
-  if (withUndoKey && i < n) {
-    recordingInexact(c, "undo of a removal brings back the undo key's content");
-  }
   curve.remove(i, withUndoKey ? &undoKey : nullptr, siblings);
   editedOutsideRecording(c);
 }
@@ -836,15 +867,21 @@ void opSetTanType(Tstep& step) {
   Treader& in = step.in;
   const unsigned c = step.c;
   TparamCurve& curve = step.curve;
-  const unsigned n = step.n;
   const unsigned i = decodeIndex(in, curve);
   const TtangentType type = decodeTangentType(in);
   const bool inSide = in.flag();
   logStep(format("curve %u: setTan%sType(%u, %d)", c, inSide ? "In" : "Out", i, type));
   // The preference default (0) and values out of range are not stored as given.
-  if ((type == kTangentGlobal || type > kTangentClamped) && i < n) {
-    recordingInexactByDefect(c, kTangentTypeRange,
-                             "a tangent type stored as another does not undo bitwise");
+  // A quaternion rotation curve sets the type on its linked siblings too.
+  const bool allThree =
+      gState->siblings && curve.getRotationInterpolation() == TparamCurve::kQuaternion;
+  for (unsigned d = 0; d < gState->curveCount; ++d) {
+    if (d != c && !allThree) continue;
+    if ((type == kTangentGlobal || type > kTangentClamped) &&
+        i < gState->slots[d].curve->keyframeCount()) {
+      recordingInexactByDefect(d, kTangentTypeRange,
+                               "a tangent type stored as another does not undo bitwise");
+    }
   }
   if (inSide) {
     curve.setTanInType(i, type);
@@ -996,6 +1033,14 @@ void opMakeHandle(Tstep& step) {
   gState->handles.push_back(std::move(held));
 }
 
+// Whether the host may register `held` now: a record cannot learn of a
+// removal it did not hear, so only while its key is still in its curve.
+bool mayRegister(const TheldHandle& held) {
+  if (held.registered) return true;
+  const TparamCurve* owner = held.handle.paramCurve();
+  return owner && isLiveCurve(owner) && contains(*owner, held.handle.keyframe());
+}
+
 void opHandleCopyOrDrop(Tstep& step) {
   Treader& in = step.in;
   TcurveSlot& slot = step.slot;
@@ -1009,23 +1054,20 @@ void opHandleCopyOrDrop(Tstep& step) {
       pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(i));
       return;
     case 1: {
-      const bool registered = in.flag();
+      // Copies share one record, so registering the copy registers both.
+      const bool registered = in.flag() && mayRegister(pool[i]);
       logStep(format("copy %s handle %zu, registered=%s", (how & 1) ? "held" : "message", i,
                      boolName(registered)));
       TheldHandle copy{TkeyframeHandle(pool[i].handle, registered),
                        pool[i].registered || registered};
+      pool[i].registered = copy.registered;
       if (gState->handles.size() == kMaxHandles) gState->handles.erase(gState->handles.begin());
       gState->handles.push_back(std::move(copy));
       return;
     }
     case 2: {
+      if (!mayRegister(pool[i])) return;
       logStep(format("register %s handle %zu", (how & 1) ? "held" : "message", i));
-      // Only a key still in its curve: a record cannot learn of a past removal.
-      TparamCurve* owner = pool[i].handle.paramCurve();
-      if (!pool[i].registered &&
-          (!owner || !isLiveCurve(owner) || !contains(*owner, pool[i].handle.keyframe()))) {
-        return;
-      }
       pool[i].handle.makeClient();
       pool[i].registered = true;
       return;

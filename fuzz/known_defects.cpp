@@ -10,7 +10,7 @@ constexpr const char* kWorkaroundNames[] = {
     "remove-all",      "removal-handles",    "forgotten-keys",        "silent-key-objects",
     "owning-insert",   "tangent-type-range", "snapshot-deletes-keys", "static-flag",
     "auto-tangents",   "no-update-order",    "block-mode-remove",     "weighting-undo",
-    "insert-overflow", "cycle-key-image",    "linear-span-bit"};
+    "insert-overflow", "cycle-key-image",    "linear-span-bit",       "undo-key-content"};
 static_assert(std::size(kWorkaroundNames) == kWorkaroundCount, "one name per workaround");
 bool gStrict[kWorkaroundCount] = {};
 

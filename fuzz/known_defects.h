@@ -32,6 +32,7 @@ enum Tworkaround : unsigned {
   kInsertOverflow,       // "insert-overflow"
   kCycleKeyImage,        // "cycle-key-image"
   kLinearSpanBit,        // "linear-span-bit"
+  kUndoKeyContent,       // "undo-key-content"
   kWorkaroundCount
 };
 

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Builds the fuzz preset and runs lumora_edit_fuzzer for a while (default 600
-# seconds), starting from the seed corpus. New inputs that reach new code are
-# merged into fuzz/corpus/edit/ afterwards; a crash leaves its input in
-# build/fuzz/artifacts/, to be minimised and described in fuzz/findings/.
+# seconds), starting from the seed corpus. A failing input is kept in
+# build/fuzz/artifacts/ and fuzzing goes on; minimise it and describe it in
+# fuzz/findings/. Afterwards the inputs that reach new code are merged into
+# fuzz/corpus/edit/ (review the count before committing them: a long run adds
+# thousands).
 #
 #   fuzz/run.sh [seconds]
 #   LUMORA_FUZZ_STRICT=all fuzz/run.sh 300   # without the workarounds for open defects
@@ -17,7 +19,7 @@ cmake --build --preset fuzz -j2
 
 build=build/fuzz
 mkdir -p "$build/new-corpus" "$build/artifacts"
-nice -n 10 "$build/fuzz/lumora_edit_fuzzer" \
+nice -n 10 "$build/fuzz/lumora_edit_fuzzer" -fork=1 -ignore_crashes=1 -ignore_timeouts=1 \
   -max_total_time="$seconds" -max_len=2048 -timeout=10 -rss_limit_mb=2048 \
   -artifact_prefix="$build/artifacts/" -print_final_stats=1 \
   "$build/new-corpus" fuzz/corpus/edit || status=$?
