@@ -347,7 +347,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool setBlockTangentXValue(unsigned first, unsigned last, TdoubleArray& values, bool inSide);
   bool setBlockTangentYValue(unsigned first, unsigned last, TdoubleArray& values, bool inSide);
   bool setBlockTanType(unsigned first, unsigned last, Tint16Array& types, bool inSide);
-  /// Removes key `index` (undo brings back `undoKey`'s content when given).
+  /// Removes key `index` (undo brings back `undoKey`'s content when given,
+  /// finite and at a time no other key holds; otherwise the key as it was).
   /// The automatic tangents of the keys next to the gap, the new first key
   /// included, are computed again, so the curve is what the remaining keys
   /// give when built afresh.

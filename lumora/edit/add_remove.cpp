@@ -139,6 +139,16 @@ void restoreTime(const TparamCurve& curve, Tkeyframe& key, const Tkeyframe& from
   }
 }
 
+// Whether `undoKey` may be what undoing the removal of key `index` brings
+// back: a usable key whose time is free once key `index` is gone. Anything
+// else would put a non-finite value or a second key at one time into the
+// curve, so the removed key then comes back as it was.
+bool isUsableUndoKey(TparamCurve& curve, const Tkeyframe* undoKey, unsigned index) {
+  if (!undoKey || !isUsableKey(curve, *undoKey)) return false;
+  unsigned at = 0;
+  return !findTime(curve, curve.timeValue(undoKey), at) || at == index;
+}
+
 // `k`, or null (and `k` deleted) when the curve's arithmetic overflowed into
 // a value that no key may hold.
 Tkeyframe* finiteOrNothing(Tkeyframe* k) {
@@ -645,7 +655,7 @@ void TparamCurve::remove(unsigned index, const Tkeyframe* undoKey, bool allSibli
     // While recording, the delta keeps the key object itself, so that undo
     // brings back the very object that handles point at.
     const bool keptByDelta = c->isMod() && !c->blockAddMode();
-    if (keptByDelta && undoKey) *key = *undoKey;
+    if (keptByDelta && isUsableUndoKey(*c, undoKey, index)) *key = *undoKey;
     // Taken once the key holds what undo must bring back.
     TkeyStatesRecorder states(*c, index, keptByDelta ? kReach : 0);
     if (keptByDelta)
@@ -701,7 +711,11 @@ bool TparamCurve::replaceKey(Tkeyframe* key, const Tkeyframe& newState) {
     return false;
   }
   const bool sameValue = newState.value() == key->value();
+  const Tkeyframe before(*key);
   *key = newState;  // the array is deliberately not re-sorted
+  // A time that would reach a neighbour (the curve changed since the state
+  // was saved) is not taken: the key keeps its place and its time.
+  if (!keyArray()->keyOrderValid(i)) restoreTime(*this, *key, before);
   invalidateCache(static_cast<int>(i));
   setSpanInterpMethod(i);
   modifyTangents(i);

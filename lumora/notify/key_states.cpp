@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "lumora/curve/internal/key_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/notify/delta.h"
 #include "lumora/notify/internal/curve_delta_access.h"
@@ -144,8 +145,14 @@ bool TkeyStates::restore(TparamCurve& curve, bool after) const {
     const int kind = changeKind(*key, state);
     if (kind == 0) continue;
     float* cache = key->getQuaternionEulerCache();
+    const std::uint32_t time = timeBits(*key);
     *key = state;
     key->setQuaternionEulerCache(cache);
+    // A state never moves a key past a neighbour (the curve changed behind
+    // the records' backs): the key keeps its time then.
+    if (!Access::keyArray(curve)->keyOrderValid(index)) {
+      key->setTime(TanimTime(static_cast<std::int32_t>(time)));
+    }
     Access::invalidateCache(curve, static_cast<int>(index));
     Access::notifyClientsOfChange(curve, key, static_cast<Tmsg::TmessageType>(kind - 1));
     changed = true;
