@@ -4,7 +4,7 @@
 // sequences the fuzzer found interesting without needing libFuzzer.
 //
 //   lumora_fuzz_replay fuzz/corpus/edit
-//   LUMORA_FUZZ_TRACE=1 lumora_fuzz_replay fuzz/findings/some-input
+//   LUMORA_FUZZ_TRACE=1 lumora_fuzz_replay fuzz/corpus/edit/some-input
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

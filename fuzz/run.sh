@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
 # Builds the fuzz preset and runs lumora_edit_fuzzer for a while (default 600
 # seconds), starting from the seed corpus. A failing input is kept in
-# build/fuzz/artifacts/ and fuzzing goes on; minimise it and describe it in
-# fuzz/findings/. Afterwards the inputs that reach new code are merged into
+# build/fuzz/artifacts/ and fuzzing goes on; minimise it, fix what it finds and
+# keep it in the corpus as regression-<what it found>. Afterwards the inputs that reach new code are merged into
 # fuzz/corpus/edit/ (review the count before committing them: a long run adds
 # thousands).
 #
 #   fuzz/run.sh [seconds]
-#   LUMORA_FUZZ_STRICT=all fuzz/run.sh 300   # without the workarounds for open defects
 #
 # The machine is shared: the fuzzer runs on one core at low priority.
 set -euo pipefail
