@@ -9,15 +9,15 @@
 // after it, and after its own undo (or redo) puts those states back, bit for
 // bit. The curve's static flag is kept the same way.
 //
-//   TkeyStates states(curve, index, TkeyStates::kNeighbourReach);  // before
-//   ... the edit ...
-//   states.captureAfter(curve, index, TkeyStates::kNeighbourReach);
-//   delta->setKeyStates(std::move(states));
-//   ...
-//   states.restore(curve, /*after=*/false);  // inside the delta's undo
+// An editing operation brackets itself with a recorder, which hands the
+// states to the deltas the operation recorded:
 //
-// Editing operations record through a TkeyStatesRecorder, which hands the
-// states to the deltas the operation recorded.
+//   TkeyStatesRecorder states(curve, index, TkeyStates::kNeighbourReach);
+//   ... the edit, recording its deltas ...
+//   states.finish(index, TkeyStates::kNeighbourReach);
+//
+// and each delta's undo ends with fKeyStates.restore(curve, /*after=*/false)
+// (its redo with after = true), inside the same change scope.
 //
 // Things that surprise people:
 //  * Keys are found again by the times they were recorded with and checked by
