@@ -51,9 +51,16 @@ bool strictlyAfter(const TparamCurve& curve, const Tkeyframe& earlier, const Tke
   return earlier.timeAsTicks() < later.timeAsTicks();
 }
 
+// Near a key the cache walk (exact comparisons) and the full search (the key
+// tolerance; on tick curves, seconds rounded to ticks) may answer differently
+// by design. Far from zero float seconds are coarse, so "near" also covers a
+// few float steps, and on tick curves a couple of ticks.
 bool nearAnyKey(const TparamCurve& curve, float seconds) {
+  const double ticks = curve.isAnimTime() ? 2.0 / 6000.0 : 0.0;
   for (unsigned i = 0; i < curve.keyframeCount(); ++i) {
-    if (std::fabs(curve.seconds(i) - seconds) <= kNearKeySeconds) return true;
+    const double key = curve.seconds(i);
+    const double near = kNearKeySeconds + ticks + std::fabs(key) * 0x1p-21;
+    if (std::fabs(key - seconds) <= near) return true;
   }
   return false;
 }
