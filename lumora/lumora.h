@@ -28,6 +28,7 @@
 #include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
+#include "lumora/curve/span_math.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/keyframe_group.h"
 #include "lumora/keys/keyframe_handle.h"

@@ -16,6 +16,7 @@
 #include "lumora/base/export.h"
 #include "lumora/base/float_math.h"
 #include "lumora/curve/segment_evaluator.h"
+#include "lumora/curve/span_math.h"
 
 namespace lumora {
 
@@ -50,6 +51,8 @@ class LUMORA_API TbezierSegmentEvaluator final : public TsegmentEvaluator {
   void setSegment(double x0, double y0, double& x1, double& y1, double& x2, double& y2, double x3,
                   double y3, bool keepFirst) override;
   double evaluate(double t) const override;
+  /// The loaded segment's polynomials.
+  const TweightedSpan& span() const { return fSpan; }
 
   // --- Writing tangents -------------------------------------------------------------
 
@@ -80,13 +83,6 @@ class LUMORA_API TbezierSegmentEvaluator final : public TsegmentEvaluator {
   bool isWeighted() const override { return true; }
 
  private:
-  /// Curve parameter s in [0, 1] at normalised time u (u = 0 at x0, 1 at x3).
-  double parameterAt(double u) const;
-  double timePolynomial(double s) const { return cubicAt(fXc3, fXc2, fXc1, fXc0, s); }
-  double valuePolynomial(double s) const { return cubicAt(fYc3, fYc2, fYc1, fYc0, s); }
-  /// Normalised time of t, snapped to the ends within 1e-10 s.
-  double normalisedTime(double t) const;
-
   // Control points after the handle adjustments of setSegment.
   double fX0 = 0.0;
   double fY0 = 0.0;
@@ -96,18 +92,8 @@ class LUMORA_API TbezierSegmentEvaluator final : public TsegmentEvaluator {
   double fY2 = 0.0;
   double fX3 = 1.0;
   double fY3 = 0.0;
-  // Power basis, constant term first, of the time polynomial normalised to
-  // [0, 1] and of the value polynomial.
-  double fXc0 = 0.0;
-  double fXc1 = 1.0;
-  double fXc2 = 0.0;
-  double fXc3 = 0.0;
-  double fYc0 = 0.0;
-  double fYc1 = 0.0;
-  double fYc2 = 0.0;
-  double fYc3 = 0.0;
-  /// 1 when the time polynomial is the identity (handles at 1/3 and 2/3).
-  std::int32_t fTimeIsLinear = 1;
+  // The loaded span's polynomials.
+  TweightedSpan fSpan;
 };
 
 }  // namespace lumora

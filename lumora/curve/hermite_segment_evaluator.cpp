@@ -51,25 +51,7 @@ void ThermiteSegmentEvaluator::setSegment(double x0, double y0, double& x1, doub
   fY2 = y2;
   fX3 = x3;
   fY3 = y3;
-
-  const double h = x3 - x0;
-  if (h == 0.0 || std::isnan(h)) {
-    // A segment without duration has no shape; holding y0 keeps evaluation
-    // finite instead of dividing by zero.
-    fA = 0.0;
-    fB = 0.0;
-    fC = 0.0;
-    fD = y0;
-    return;
-  }
-  const double m0 = handleSlope(x0, y0, x1, y1);
-  const double m1 = endSlope();
-  const double dy = y3 - y0;
-  const double w = 1.0 / (h * h);
-  fA = (m1 * h + m0 * h - 2.0 * dy) * w / h;
-  fB = (3.0 * dy - 2.0 * m0 * h - m1 * h) * w;
-  fC = m0;
-  fD = y0;
+  fSpan = ThermiteSpan::fromControlPoints(x0, y0, x1, y1, x2, y2, x3, y3);
 }
 
 double ThermiteSegmentEvaluator::endSlope() const {
@@ -129,7 +111,7 @@ bool ThermiteSegmentEvaluator::setTanOut(Tkeyframe* key, float x, float y) {
 
 void ThermiteSegmentEvaluator::segmentExtremes(double& minValue, double& maxValue, double& minTime,
                                                double& maxTime) const {
-  minValue = maxValue = fD;
+  minValue = maxValue = fSpan.d;
   minTime = maxTime = fX0;
   const auto consider = [&](double time, double value) {
     if (value < minValue) {
@@ -144,7 +126,7 @@ void ThermiteSegmentEvaluator::segmentExtremes(double& minValue, double& maxValu
 
   const double h = fX3 - fX0;
   if (!(h > 0.0)) return;  // no duration: the constant y0
-  const double derivative[3] = {fC, 2.0 * fB, 3.0 * fA};
+  const double derivative[3] = {fSpan.c, 2.0 * fSpan.b, 3.0 * fSpan.a};
   double turns[2];
   const int count = internal::findPolynomialRoots(derivative, 2, 0.0, h, false, false, turns);
   for (int i = 0; i < count; ++i) {
@@ -159,7 +141,7 @@ double ThermiteSegmentEvaluator::splitSegment(double t, float& keyInX, float& ke
                                               float& prevOutY, float& nextInX, float& nextInY) {
   const double s = t - fX0;
   const double value = evaluateAfterStart(s);
-  const double slope = (3.0 * fA * s + 2.0 * fB) * s + fC;
+  const double slope = (3.0 * fSpan.a * s + 2.0 * fSpan.b) * s + fSpan.c;
   slopeToStorage(slope, keyInX, keyInY);
   keyOutX = keyInX;
   keyOutY = keyInY;

@@ -14,6 +14,7 @@
 #include "lumora/base/export.h"
 #include "lumora/base/float_math.h"
 #include "lumora/curve/segment_evaluator.h"
+#include "lumora/curve/span_math.h"
 
 namespace lumora {
 
@@ -43,12 +44,14 @@ class LUMORA_API ThermiteSegmentEvaluator final : public TsegmentEvaluator {
                   double y3, bool keepFirst) override;
   /// ((a s + b) s + c) s + d with s = t - x0; outside [x0, x3] the cubic
   /// continues.
-  double evaluate(double t) const override { return evaluateAfterStart(t - fX0); }
+  double evaluate(double t) const override { return fSpan.evaluate(t); }
   /// The value `s` seconds after the segment's start: evaluate(start() + s)
   /// without the subtraction.
-  double evaluateAfterStart(double s) const { return cubicAt(fA, fB, fC, fD, s); }
+  double evaluateAfterStart(double s) const { return fSpan.evaluateAfterStart(s); }
   /// The segment's start time x0, in seconds.
   double start() const { return fX0; }
+  /// The loaded segment's cubic.
+  const ThermiteSpan& span() const { return fSpan; }
 
   // --- Writing tangents -------------------------------------------------------------
 
@@ -92,11 +95,8 @@ class LUMORA_API ThermiteSegmentEvaluator final : public TsegmentEvaluator {
   double fY2 = 0.0;
   double fX3 = 0.0;
   double fY3 = 0.0;
-  // Power-basis coefficients in s = t - x0.
-  double fA = 0.0;
-  double fB = 0.0;
-  double fC = 0.0;
-  double fD = 0.0;
+  // The cubic in s = t - x0.
+  ThermiteSpan fSpan;
 };
 
 }  // namespace lumora
