@@ -42,30 +42,44 @@ struct TtimeProbe {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+// The control points of the span from key a to key b: the keys, and a third
+// of each tangent into the span.
+struct TspanPoints {
+  double x0, y0, x1, y1, x2, y2, x3, y3;
+};
+
+TspanPoints spanPoints(const TparamCurve& curve, const Tkeyframe& a, const Tkeyframe& b) {
+  constexpr double kThird = 0.3333333333333333;
+  float ox = 0.0f, oy = 0.0f, ix = 0.0f, iy = 0.0f;
+  a.getTanOut(ox, oy);
+  b.getTanIn(ix, iy);
+  const double t0 = curve.seconds(&a);
+  const double y0 = a.value();
+  const double t3 = curve.seconds(&b);
+  const double y3 = b.value();
+  return {t0, y0, t0 + ox * kThird, y0 + oy * kThird, t3 - ix * kThird, y3 - iy * kThird, t3, y3};
+}
+
 bool isNanTime(const TtimeValue& t) {
   return t.isFloat() && std::isnan(t.asFloat());
 }
 
 }  // namespace
 
-bool TparamCurve::evaluateLoadedSpan(float t, double& value) const {
+bool TparamCurve::evaluateLoadedSpan(float t, const TevalCursor& c, double& value) const {
   // A NaN fails both comparisons, and an empty range (0, 0) holds nothing.
-  if (!(t > fLoadedSpanStart && t < fLoadedSpanEnd)) return false;
+  if (!(t > c.fLoadedSpanStart && t < c.fLoadedSpanEnd)) return false;
   constexpr std::uint16_t kBlockers = (1u << kFlagStatic) | (1u << kFlagDeferredDeletion);
   if ((fCurveFlags.bits() & kBlockers) != 0 || fRotationInterpolation == kQuaternion) return false;
   // Strictly inside a loaded curve span no infinity, key hit or cache move
   // applies: the full walk would end at this same segment and leave the cache
-  // where it is. The non-weighted evaluator is final, so the call inlines.
-  if (!isWeighted()) {
-    value = static_cast<const ThermiteSegmentEvaluator*>(fSegmentEvaluator)->evaluate(t);
-  } else {
-    value = fSegmentEvaluator->evaluate(t);
-  }
+  // where it is.
+  value = c.evaluateLoaded(t);
   return true;
 }
 
-bool TparamCurve::evaluateBeforeKeys(float t, double& value) {
-  if (evaluateLoadedSpan(t, value)) return true;
+bool TparamCurve::evaluateBeforeKeys(float t, const TevalCursor& c, double& value) const {
+  if (evaluateLoadedSpan(t, c, value)) return true;
   if (std::isnan(t)) {
     value = kNaN;
     return true;
@@ -76,7 +90,7 @@ bool TparamCurve::evaluateBeforeKeys(float t, double& value) {
   return !failed;
 }
 
-bool TparamCurve::evaluateBeforeKeys(const TtimeValue& t, double& value) {
+bool TparamCurve::evaluateBeforeKeys(const TtimeValue& t, double& value) const {
   if (isNanTime(t)) {
     value = kNaN;
     return true;
@@ -87,58 +101,81 @@ bool TparamCurve::evaluateBeforeKeys(const TtimeValue& t, double& value) {
   return !failed;
 }
 
-double TparamCurve::evaluateSample(float t) {
+void TparamCurve::adopt(TevalCursor& c) const {
+  c.forgetPosition();
+  c.fCurve = this;
+  c.fStamp = fEditStamp;
+}
+
+double TparamCurve::evaluateSample(float t, TevalCursor& c) const {
   double early = 0.0;
-  if (evaluateBeforeKeys(t, early)) return early;
+  if (evaluateBeforeKeys(t, c, early)) return early;
   const TkeyArray* array = keyArray();
   const unsigned n = deferredDeletion() ? keyframeCount() : (array ? array->count() : 0);
   if (n > 0) {
     Tkeyframe* const* keys = array->keys();
     if (fPreInfinity != kConstant && secondsBefore(t, keys[0])) {
-      return evaluateInfinities(t, true, n);
+      return evaluateInfinities(t, true, n, c);
     }
     if (fPostInfinity != kConstant && seconds(keys[n - 1]) < t) {
-      return evaluateInfinities(t, false, n);
+      return evaluateInfinities(t, false, n, c);
     }
   }
-  return evaluateInside(TsecondsProbe{*this, t}, n);
+  return evaluateInside(TsecondsProbe{*this, t}, n, c);
 }
 
 double TparamCurve::evaluate(const TtimeValue& t) {
+  return evaluateTime(t, fCursor);
+}
+
+double TparamCurve::evaluate(const TtimeValue& t, TevalCursor& cursor) const {
+  if (cursor.fCurve != this || cursor.fStamp != fEditStamp) adopt(cursor);
+  return evaluateTime(t, cursor);
+}
+
+double TparamCurve::evaluateTime(const TtimeValue& t, TevalCursor& c) const {
   double early = 0.0;
   if (evaluateBeforeKeys(t, early)) return early;
   const unsigned n = keyframeCount();
   if (n > 0) {
     if (fPreInfinity != kConstant && t < timeValue(keyframe(0))) {
-      return evaluateInfinities(t, true);
+      return evaluateInfinities(t, true, c);
     }
     if (fPostInfinity != kConstant && t > timeValue(keyframe(n - 1))) {
-      return evaluateInfinities(t, false);
+      return evaluateInfinities(t, false, c);
     }
   }
-  return evaluateInside(TtimeProbe{*this, t}, n);
+  return evaluateInside(TtimeProbe{*this, t}, n, c);
 }
 
 bool TparamCurve::evaluate(unsigned count, const double* times, double* values) {
+  return evaluate(count, times, values, fCursor);
+}
+
+bool TparamCurve::evaluate(unsigned count, const double* times, double* values,
+                           TevalCursor& cursor) const {
   if (count > 0 && (!times || !values)) return false;
-  for (unsigned i = 0; i < count; ++i) values[i] = evaluate(static_cast<float>(times[i]));
+  if (cursor.fCurve != this || cursor.fStamp != fEditStamp) adopt(cursor);
+  for (unsigned i = 0; i < count; ++i) {
+    values[i] = evaluateWith(static_cast<float>(times[i]), cursor);
+  }
   return true;
 }
 
-double TparamCurve::evaluateMapped(float t) {
+double TparamCurve::evaluateMapped(float t, TevalCursor& c) const {
   double early = 0.0;
-  if (evaluateBeforeKeys(t, early)) return early;
-  return evaluateInside(TsecondsProbe{*this, t}, keyframeCount());
+  if (evaluateBeforeKeys(t, c, early)) return early;
+  return evaluateInside(TsecondsProbe{*this, t}, keyframeCount(), c);
 }
 
-double TparamCurve::evaluateMapped(const TtimeValue& t) {
+double TparamCurve::evaluateMapped(const TtimeValue& t, TevalCursor& c) const {
   double early = 0.0;
   if (evaluateBeforeKeys(t, early)) return early;
-  return evaluateInside(TtimeProbe{*this, t}, keyframeCount());
+  return evaluateInside(TtimeProbe{*this, t}, keyframeCount(), c);
 }
 
 template <typename Probe>
-double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
+double TparamCurve::evaluateInside(const Probe& probe, unsigned n, TevalCursor& c) const {
   if (n == 0) return 0.0;
   // n > 0, so the array exists; at() is inline and bounds-checked.
   assert(keyArray() && "n > 0 means the curve has key storage");
@@ -146,23 +183,23 @@ double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
   if (staticCurve()) return keys.at(0)->value();
 
   // Try the cached key first: the sample is usually in its span or the next.
-  const unsigned k = fCachedIndex;
-  if (fCachedKey && k + 1 < n && probe.after(fCachedKey)) {
+  const unsigned k = c.fCachedIndex;
+  if (c.fCachedKey && k + 1 < n && probe.after(c.fCachedKey)) {
     Tkeyframe* next = keys.at(k + 1);
     if (probe.at(next)) {
-      fCachedKey = next;
-      fCachedIndex = k + 1;
-      fitLoadedSpanToCache();
+      c.fCachedKey = next;
+      c.fCachedIndex = k + 1;
+      fitLoadedSpanToCache(c);
       return next->value();
     }
-    if (probe.before(next)) return evaluateSpan(keys.at(k), next, k + 1, probe.seconds());
-  } else if (fCachedKey && k > 0 && probe.before(fCachedKey)) {
+    if (probe.before(next)) return evaluateSpan(keys.at(k), next, k + 1, probe.seconds(), c);
+  } else if (c.fCachedKey && k > 0 && probe.before(c.fCachedKey)) {
     Tkeyframe* prev = keys.at(k - 1);
-    if (probe.after(prev)) return evaluateSpan(prev, keys.at(k), k, probe.seconds());
+    if (probe.after(prev)) return evaluateSpan(prev, keys.at(k), k, probe.seconds(), c);
     if (probe.at(prev)) {
-      fCachedKey = prev;
-      fCachedIndex = k - 1;
-      fitLoadedSpanToCache();
+      c.fCachedKey = prev;
+      c.fCachedIndex = k - 1;
+      fitLoadedSpanToCache(c);
       return prev->value();
     }
   }
@@ -172,19 +209,22 @@ double TparamCurve::evaluateInside(const Probe& probe, unsigned n) {
   if (!found && idx >= n) {
     // After the last key with a constant post infinity. Pointing the cache at
     // key 0 here is deliberate: the next sample restarts from the beginning.
-    fCachedKey = keys.at(0);
-    fCachedIndex = 0;
-    fitLoadedSpanToCache();
+    c.fCachedKey = keys.at(0);
+    c.fCachedIndex = 0;
+    fitLoadedSpanToCache(c);
     return keys.at(n - 1)->value();
   }
-  if (!found && idx > 0) return evaluateSpan(keys.at(idx - 1), keys.at(idx), idx, probe.seconds());
-  fCachedIndex = idx;
-  fCachedKey = keys.at(idx);
-  fitLoadedSpanToCache();
-  return fCachedKey ? fCachedKey->value() : 0.0;
+  if (!found && idx > 0) {
+    return evaluateSpan(keys.at(idx - 1), keys.at(idx), idx, probe.seconds(), c);
+  }
+  c.fCachedIndex = idx;
+  c.fCachedKey = keys.at(idx);
+  fitLoadedSpanToCache(c);
+  return c.fCachedKey ? c.fCachedKey->value() : 0.0;
 }
 
-double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigned end, double t) {
+double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigned end, double t,
+                                 TevalCursor& c) const {
   if (!a || !b) return a ? a->value() : 0.0;
   switch (a->interpMethod()) {
     case Tkeyframe::kSpanLinear: {
@@ -197,25 +237,23 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
       return a->value();
     case Tkeyframe::kSpanCurve:
     default:
-      if (fCachedInterval != static_cast<std::int32_t>(end - 1)) setInterpolationInterval(end - 1);
-      if (fCachedInterval == static_cast<std::int32_t>(end - 1)) {
+      if (c.fCachedInterval != static_cast<std::int32_t>(end - 1)) loadSpan(end - 1, c);
+      if (c.fCachedInterval == static_cast<std::int32_t>(end - 1)) {
         // From the span's own keys (as after loading it) the whole span
         // answers inline; from elsewhere only its inside does.
         // (A looping image cut from a narrower range stays inside this one.)
-        if (fCachedIndex + 1 == end || fCachedIndex == end) [[likely]] {
-          fLoadedSpanStart = seconds(a);
-          fLoadedSpanEnd = seconds(b);
+        if (c.fCachedIndex + 1 == end || c.fCachedIndex == end) [[likely]] {
+          c.fLoadedSpanStart = seconds(a);
+          c.fLoadedSpanEnd = seconds(b);
         } else {
-          fitLoadedSpanToCache();
+          fitLoadedSpanToCache(c);
         }
         constexpr std::uint16_t kBlockers =
             (1u << kFlagStatic) | (1u << kFlagDeferredDeletion) | (1u << kFlagWeighted);
-        const bool plain =
-            (fCurveFlags.bits() & kBlockers) == 0 && fRotationInterpolation != kQuaternion;
-        fLoadedHermite =
-            plain ? static_cast<const ThermiteSegmentEvaluator*>(fSegmentEvaluator) : nullptr;
+        c.fHermiteReady = !c.fWeightedLoaded && (fCurveFlags.bits() & kBlockers) == 0 &&
+                          fRotationInterpolation != kQuaternion;
       }
-      return fSegmentEvaluator->evaluate(t);
+      return c.evaluateLoaded(t);
   }
 }
 
@@ -225,18 +263,18 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
 // curves, within a tick on tick curves). So with the cache elsewhere, samples
 // are answered from the span only well clear of its ends; those near the ends
 // take the walk.
-void TparamCurve::fitLoadedSpanToCache() {
-  if (fCachedInterval < 0) return;
-  const auto start = static_cast<unsigned>(fCachedInterval);
+void TparamCurve::fitLoadedSpanToCache(TevalCursor& c) const {
+  if (c.fCachedInterval < 0) return;
+  const auto start = static_cast<unsigned>(c.fCachedInterval);
   const Tkeyframe* a = keyframe(start);
   const Tkeyframe* b = keyframe(start + 1);
   if (!a || !b) return;
   const float t0 = seconds(a);
   const float t1 = seconds(b);
-  if (fCachedIndex == start || fCachedIndex == start + 1) {
-    if (fLoadedSpanStart == t0 && fLoadedSpanEnd == t1) return;
-    fLoadedSpanStart = t0;
-    fLoadedSpanEnd = t1;
+  if (c.fCachedIndex == start || c.fCachedIndex == start + 1) {
+    if (c.fLoadedSpanStart == t0 && c.fLoadedSpanEnd == t1) return;
+    c.fLoadedSpanStart = t0;
+    c.fLoadedSpanEnd = t1;
   } else {
     // Twice the tolerance, plus a few steps of float spacing for the
     // roundings of the search (seconds to ticks, differences of floats).
@@ -248,44 +286,49 @@ void TparamCurve::fitLoadedSpanToCache() {
     float hi = static_cast<float>(t1 - margin);
     if (static_cast<double>(hi) > t1 - margin) hi = std::nextafter(hi, -FLT_MAX);
     if (!(lo < hi)) lo = hi = 0.0f;  // nothing left: every sample takes the walk
-    if (fLoadedSpanStart == lo && fLoadedSpanEnd == hi) return;
-    fLoadedSpanStart = lo;
-    fLoadedSpanEnd = hi;
+    if (c.fLoadedSpanStart == lo && c.fLoadedSpanEnd == hi) return;
+    c.fLoadedSpanStart = lo;
+    c.fLoadedSpanEnd = hi;
   }
   // The looping image was cut from the range as it was.
-  forgetCycledSpan();
+  c.forgetCycledSpan();
+}
+
+void TparamCurve::loadSpan(unsigned i, TevalCursor& c) const {
+  c.fCachedIndex = i;
+  if (static_cast<std::int32_t>(i) == c.fCachedInterval) {
+    c.fCachedKey = keyframe(i);
+    return;
+  }
+  const Tkeyframe* a = keyframe(i);
+  const Tkeyframe* b = keyframe(i + 1);
+  c.fCachedKey = a;
+  // The range is set again only by evaluation of a curve span; splitting
+  // loads segments of any span kind.
+  c.fLoadedSpanStart = c.fLoadedSpanEnd = 0.0f;
+  c.fHermiteReady = false;
+  c.forgetCycledSpan();
+  if (!a || !b) return;
+
+  TspanPoints p = spanPoints(*this, *a, *b);
+  if (isWeighted()) {
+    // A span of no duration leaves the previous one loaded.
+    c.fWeighted.load(p.x0, p.y0, p.x1, p.y1, p.x2, p.y2, p.x3, p.y3, /*keepFirst=*/true);
+    c.fWeightedLoaded = true;
+  } else {
+    c.fHermite = ThermiteSpan::fromControlPoints(p.x0, p.y0, p.x1, p.y1, p.x2, p.y2, p.x3, p.y3);
+    c.fWeightedLoaded = false;
+  }
+  c.fCachedInterval = static_cast<std::int32_t>(i);
 }
 
 void TparamCurve::setInterpolationInterval(unsigned i) {
-  fCachedIndex = i;
-  if (static_cast<std::int32_t>(i) == fCachedInterval) {
-    fCachedKey = keyframe(i);
-    return;
-  }
-  Tkeyframe* a = keyframe(i);
-  Tkeyframe* b = keyframe(i + 1);
-  fCachedKey = a;
-  // The range is set again only by evaluation of a curve span; splitting
-  // loads segments of any span kind.
-  fLoadedSpanStart = fLoadedSpanEnd = 0.0f;
-  fLoadedHermite = nullptr;
-  forgetCycledSpan();
+  loadSpan(i, fCursor);
+  const Tkeyframe* a = keyframe(i);
+  const Tkeyframe* b = keyframe(i + 1);
   if (!a || !b || !fSegmentEvaluator) return;
-
-  constexpr double kThird = 0.3333333333333333;
-  float ox = 0.0f, oy = 0.0f, ix = 0.0f, iy = 0.0f;
-  a->getTanOut(ox, oy);
-  b->getTanIn(ix, iy);
-  const double t0 = seconds(a);
-  const double y0 = a->value();
-  const double t3 = seconds(b);
-  const double y3 = b->value();
-  double x1 = t0 + ox * kThird;
-  double y1 = y0 + oy * kThird;
-  double x2 = t3 - ix * kThird;
-  double y2 = y3 - iy * kThird;
-  fSegmentEvaluator->setSegment(t0, y0, x1, y1, x2, y2, t3, y3, /*keepFirst=*/true);
-  fCachedInterval = static_cast<std::int32_t>(i);
+  TspanPoints p = spanPoints(*this, *a, *b);
+  fSegmentEvaluator->setSegment(p.x0, p.y0, p.x1, p.y1, p.x2, p.y2, p.x3, p.y3, /*keepFirst=*/true);
 }
 
 void TparamCurve::setSpanInterpMethod(unsigned i) {
@@ -308,7 +351,7 @@ void TparamCurve::setSpanInterpMethod(unsigned i) {
   }
 }
 
-double TparamCurve::evaluateQuaternionAsEulerComponent(float /*t*/, bool* failed) {
+double TparamCurve::evaluateQuaternionAsEulerComponent(float /*t*/, bool* failed) const {
   // Quaternion interpolation of sibling rotation curves arrives with the
   // rotation-interpolation work; until then every curve evaluates its own
   // keys, which is what an Euler rotation curve does.
@@ -329,6 +372,8 @@ void TparamCurve::setIsWeighted(bool weighted) {
   if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(-1);
   delete fSegmentEvaluator;
   fSegmentEvaluator = makeEvaluator(weighted);
+  // The cursor's spans are of the old kind, and a new evaluator has none loaded.
+  fCursor.reset();
   invalidateCache(-1);
   adaptFixedTangentsForWeighting(weighted);
   const unsigned n = physicalCount();

@@ -2,6 +2,7 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/notify/param_curve_msgs.h"
 
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
@@ -51,6 +52,7 @@ TparamCurve& TparamCurve::operator=(const TparamCurve& other) {
   fFloatKeys = fTickKeys = nullptr;
   delete fSegmentEvaluator;
   fSegmentEvaluator = nullptr;
+  fCursor.reset();  // the new evaluator has no span loaded either
   copyFrom(other);
   return *this;
 }
@@ -517,12 +519,25 @@ void TparamCurve::noUpdate(TtimeUnitSystem from, TtimeUnitSystem to) {
 }
 
 void TparamCurve::invalidateCache(int index) {
-  fCachedInterval = -1;
-  fLoadedSpanStart = fLoadedSpanEnd = 0.0f;
-  forgetSampleShortcuts();
-  fCachedKey = nullptr;
-  fCachedIndex = 0;
+  touch();
+  fCursor.forgetPosition();
   if (fRotationInterpolation == kQuaternion) dirtyQuaternionEulerCache(index);
+}
+
+namespace {
+
+// Stamps are drawn from one process-wide sequence, so that a cursor never
+// mistakes a new curve at a recycled address for the one it served.
+std::atomic<std::uint64_t> gNextEditStamp{1};
+
+}  // namespace
+
+void TparamCurve::touch() {
+  fEditStamp = gNextEditStamp.fetch_add(1, std::memory_order_relaxed);
+  // The curve's own cursor is kept current; only its shortcuts may no longer hold.
+  fCursor.fCurve = this;
+  fCursor.fStamp = fEditStamp;
+  fCursor.forgetShortcuts();
 }
 
 int TparamCurve::arrayInsert(Tkeyframe* key, unsigned hint) {

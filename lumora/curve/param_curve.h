@@ -45,6 +45,7 @@
 #include "lumora/base/float_math.h"
 #include "lumora/base/ptr_array.h"
 #include "lumora/base/time_value.h"
+#include "lumora/curve/eval_cursor.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/tangent_type.h"
@@ -135,7 +136,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool staticCurve() const { return fCurveFlags.testBit(kFlagStatic); }
   void setStaticCurve(bool on) {
     fCurveFlags.setBit(kFlagStatic, on);
-    if (on) forgetSampleShortcuts();
+    touch();
   }
   bool inFileIO() const { return fCurveFlags.testBit(kFlagInFileIO); }
   void setInFileIO(bool on) { fCurveFlags.setBit(kFlagInFileIO, on); }
@@ -242,57 +243,29 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   // --- Evaluation -----------------------------------------------------------------------
 
   /// The curve's value at `seconds`; NaN for a NaN time (cache untouched).
-  /// Sampling in time order mostly stays inside the span already loaded into
-  /// the evaluator, and that case is answered here, inline.
-  double evaluate(float seconds) {
-    // The shortcuts rely on IEEE rounding that relaxed float maths would
-    // rewrite, so a host built that way always takes the library's path.
-    if (!internal::kRelaxedFloatMath && fLoadedHermite) [[likely]] {
-      if (seconds > fLoadedSpanStart && seconds < fLoadedSpanEnd) {
-        return fLoadedHermite->evaluate(seconds);
-      }
-      // Beyond the keys of a looping curve, the loaded span repeats once per
-      // period. Where mapping a time into it provably rounds nowhere, its
-      // image in the period mapped last is sampled like the span itself.
-      const double t = seconds;
-      if (t > fCycledSpanLo && t < fCycledSpanHi) {
-        const double v = fLoadedHermite->evaluateAfterStart(t - fCycledSpanOrigin);
-        return fCycleShift == 0.0 ? v : v + unfused(fCycleShift * fPeriods);
-      }
-      // Elsewhere: the post infinity's mapping into the keyed range, landing in
-      // the loaded span, rounded as it rounds.
-      if (fCycleRange != 0.0f && seconds > fCycleEnd) {
-        float local;
-        double periods;
-        // Inside the period mapped last, one subtraction gives the offset
-        // into it. When that offset is exactly a float and clear of both ends
-        // of the period, the general mapping's division would round to this
-        // same float (see rememberCyclePeriod), so it can be skipped.
-        const double offset = t - fPeriodStart;
-        const float q = static_cast<float>(offset);
-        if (q > fPeriodOffsetMin && q < fPeriodOffsetMax && static_cast<double>(q) == offset) {
-          local = q + fCycleStart;
-          periods = fPeriods;
-        } else {
-          // x is positive here; below 2^52 its whole part is the truncation
-          // (beyond, the general path handles it).
-          const double x = (t - fCycleEnd) / fCycleRange;
-          if (!(x < 4503599627370496.0)) return evaluateSample(seconds);
-          const double whole = static_cast<double>(static_cast<std::int64_t>(x));
-          local = static_cast<float>(fCycleRange * (x - whole)) + fCycleStart;
-          periods = whole + 1.0;
-        }
-        if (local > fLoadedSpanStart && local < fLoadedSpanEnd) {
-          const double v = fLoadedHermite->evaluate(local);
-          return fCycleShift == 0.0 ? v : v + unfused(fCycleShift * periods);
-        }
-      }
-    }
-    return evaluateSample(seconds);
-  }
+  /// Sampling in time order mostly stays inside the span already loaded, and
+  /// that case is answered here, inline.
+  double evaluate(float seconds) { return evaluateWith(seconds, fCursor); }
   double evaluate(const TtimeValue& t);
   /// values[i] = evaluate(times[i]) for i < count. False for null arrays.
   bool evaluate(unsigned count, const double* times, double* values);
+
+  /// The same answers as evaluate(seconds) would give after the samples this
+  /// cursor took, without writing the curve: any number of threads may sample
+  /// one curve at once, each through its own cursor, while no edit runs. A
+  /// cursor that served another curve, or this one before an edit, starts
+  /// afresh (see "lumora/curve/eval_cursor.h").
+  double evaluate(float seconds, TevalCursor& cursor) const {
+    if (cursor.fCurve != this || cursor.fStamp != fEditStamp) [[unlikely]]
+      adopt(cursor);
+    return evaluateWith(seconds, cursor);
+  }
+  double evaluate(const TtimeValue& t, TevalCursor& cursor) const;
+  bool evaluate(unsigned count, const double* times, double* values, TevalCursor& cursor) const;
+
+  /// Changes whenever the curve changes in a way evaluation could see; no two
+  /// curves of a process ever share a stamp.
+  std::uint64_t editStamp() const { return fEditStamp; }
 
   // --- Infinities -------------------------------------------------------------------------
 
@@ -376,7 +349,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool deferredDeletion() const { return fCurveFlags.testBit(kFlagDeferredDeletion); }
   void setDeferredDeletion(bool on) {
     fCurveFlags.setBit(kFlagDeferredDeletion, on);
-    if (on) forgetSampleShortcuts();
+    touch();
   }
 
  private:
@@ -417,48 +390,95 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   TsegmentEvaluator* makeEvaluator(bool weighted) const;
 
   // --- Evaluation (curve/evaluate.cpp, curve/infinity.cpp) ---
-  /// Steps 4 to 7 of evaluation: static curve, cache walk, full search, span.
+  // Evaluation reads the curve and writes only the cursor it is given: the
+  // curve's own for evaluate(), a caller's for the const overloads.
+
+  /// Points `cursor` at this curve as it is now, forgetting its position.
+  void adopt(TevalCursor& cursor) const;
+  /// A new stamp: every cursor's state of this curve is stale from now on.
+  void touch();
+  double evaluateWith(float seconds, TevalCursor& c) const {
+    // The shortcuts rely on IEEE rounding that relaxed float maths would
+    // rewrite, so a host built that way always takes the library's path.
+    if (!internal::kRelaxedFloatMath && c.fHermiteReady) [[likely]] {
+      if (seconds > c.fLoadedSpanStart && seconds < c.fLoadedSpanEnd) {
+        return c.fHermite.evaluate(seconds);
+      }
+      // Beyond the keys of a looping curve, the loaded span repeats once per
+      // period. Where mapping a time into it provably rounds nowhere, its
+      // image in the period mapped last is sampled like the span itself.
+      const double t = seconds;
+      if (t > c.fCycledSpanLo && t < c.fCycledSpanHi) {
+        const double v = c.fHermite.evaluateAfterStart(t - c.fCycledSpanOrigin);
+        return c.fCycleShift == 0.0 ? v : v + unfused(c.fCycleShift * c.fPeriods);
+      }
+      // Elsewhere: the post infinity's mapping into the keyed range, landing in
+      // the loaded span, rounded as it rounds.
+      if (c.fCycleRange != 0.0f && seconds > c.fCycleEnd) {
+        float local;
+        double periods;
+        // Inside the period mapped last, one subtraction gives the offset
+        // into it. When that offset is exactly a float and clear of both ends
+        // of the period, the general mapping's division would round to this
+        // same float (see TevalCursor::rememberCyclePeriod), so it can be
+        // skipped.
+        const double offset = t - c.fPeriodStart;
+        const float q = static_cast<float>(offset);
+        if (q > c.fPeriodOffsetMin && q < c.fPeriodOffsetMax && static_cast<double>(q) == offset) {
+          local = q + c.fCycleStart;
+          periods = c.fPeriods;
+        } else {
+          // x is positive here; below 2^52 its whole part is the truncation
+          // (beyond, the general path handles it).
+          const double x = (t - c.fCycleEnd) / c.fCycleRange;
+          if (!(x < 4503599627370496.0)) return evaluateSample(seconds, c);
+          const double whole = static_cast<double>(static_cast<std::int64_t>(x));
+          local = static_cast<float>(c.fCycleRange * (x - whole)) + c.fCycleStart;
+          periods = whole + 1.0;
+        }
+        if (local > c.fLoadedSpanStart && local < c.fLoadedSpanEnd) {
+          const double v = c.fHermite.evaluate(local);
+          return c.fCycleShift == 0.0 ? v : v + unfused(c.fCycleShift * periods);
+        }
+      }
+    }
+    return evaluateSample(seconds, c);
+  }
   /// The loaded span's value at t when t lies strictly inside it and nothing
   /// else (rotation, static or deferred-deletion state) can apply; false otherwise.
-  bool evaluateLoadedSpan(float t, double& value) const;
-  void forgetSampleShortcuts() {
-    fLoadedHermite = nullptr;
-    fCycleRange = 0.0f;
-    fPeriodOffsetMin = std::numeric_limits<float>::infinity();
-    forgetCycledSpan();
-  }
-  void forgetCycledSpan() { fCycledSpanLo = fCycledSpanHi = 0.0; }
+  bool evaluateLoadedSpan(float t, const TevalCursor& c, double& value) const;
   /// Sets the range that inline sampling answers from the loaded span to
   /// where the cache walk, from the cache's current key, would end in that
   /// span too.
-  void fitLoadedSpanToCache();
-  /// Lets later samples within `periods` periods after the last key skip the
-  /// division of the cycle mapping, where that is provably exact.
-  void rememberCyclePeriod(float tEnd, float range, double periods);
-  /// Lets later samples in the loaded span's image in that period evaluate
-  /// the span directly, where no rounding of the mapping can intervene.
-  void rememberCycledSpan();
-  double evaluateSample(float t);
+  void fitLoadedSpanToCache(TevalCursor& c) const;
+  /// Evaluation past the inline shortcuts: infinities, static curve, cache
+  /// walk, full search, span.
+  double evaluateSample(float t, TevalCursor& c) const;
+  double evaluateTime(const TtimeValue& t, TevalCursor& c) const;
   /// The answers that need no key lookup: a sample in the loaded span, a NaN
   /// time, a quaternion rotation curve. False when the keys must be consulted.
-  bool evaluateBeforeKeys(float t, double& value);
-  bool evaluateBeforeKeys(const TtimeValue& t, double& value);
+  bool evaluateBeforeKeys(float t, const TevalCursor& c, double& value) const;
+  bool evaluateBeforeKeys(const TtimeValue& t, double& value) const;
   template <typename Probe>
-  double evaluateInside(const Probe& probe, unsigned n);
+  double evaluateInside(const Probe& probe, unsigned n, TevalCursor& c) const;
   /// Evaluation of a time that infinity evaluation mapped into the keyed
   /// range: like evaluate(), but never enters an infinity again.
-  double evaluateMapped(float t);
-  double evaluateMapped(const TtimeValue& t);
+  double evaluateMapped(float t, TevalCursor& c) const;
+  double evaluateMapped(const TtimeValue& t, TevalCursor& c) const;
   /// The span from key a to key b = key `end`, at t seconds.
-  double evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigned end, double t);
+  double evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigned end, double t,
+                      TevalCursor& c) const;
+  /// Loads the span from key i to key i + 1 into the cursor.
+  void loadSpan(unsigned i, TevalCursor& c) const;
+  /// Loads that span into the curve's cursor and into its segment evaluator,
+  /// for the operations that split it.
   void setInterpolationInterval(unsigned i);
   void setSpanInterpMethod(unsigned i);
-  double evaluateInfinities(float t, bool pre);
-  double evaluateInfinities(float t, bool pre, unsigned n);
-  double evaluateInfinities(const TtimeValue& t, bool pre);
+  double evaluateInfinities(float t, bool pre, unsigned n, TevalCursor& c) const;
+  double evaluateInfinities(const TtimeValue& t, bool pre, TevalCursor& c) const;
   /// Quaternion evaluation of rotation curves; reports through `failed`
   /// whether it handled the time.
-  double evaluateQuaternionAsEulerComponent(float t, bool* failed);
+  double evaluateQuaternionAsEulerComponent(float t, bool* failed) const;
   void setInfinityType(TinfinityType type, bool pre);
   /// The curves a rotation-wide setting applies to: the three siblings for a
   /// quaternion rotation curve whose host provides them, else this curve alone
@@ -515,38 +535,9 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   TeditMode fEditMode = kEditNone;
   void* fMoveState = nullptr;
   void* fBreakdownCache = nullptr;
-  Tkeyframe* fCachedKey = nullptr;
-  std::uint32_t fCachedIndex = 0;
-  std::int32_t fCachedInterval = -1;
-  // Open time range (seconds) of the curve span loaded into the evaluator, or
-  // (0, 0) when none is: a sample strictly inside it needs no other work.
-  float fLoadedSpanStart = 0.0f;
-  float fLoadedSpanEnd = 0.0f;
-  // The evaluator when that span is non-weighted and nothing else (static,
-  // deferred deletion, quaternion rotation) could change the answer; null
-  // otherwise. Cleared with the cache.
-  const ThermiteSegmentEvaluator* fLoadedHermite = nullptr;
-  // The keyed range as the cycling post infinity maps times into it, kept
-  // once a sample went that way, so that the next one skips the general walk.
-  // Valid only while fCycleRange is not 0; cleared with the cache.
-  float fCycleStart = 0.0f;
-  float fCycleEnd = 0.0f;
-  float fCycleRange = 0.0f;
-  double fCycleShift = 0.0;  // value added per period (cycle relative), else 0
-  // The period of the cycle mapped last: times in (fPeriodStart, fPeriodStart
-  // + range) lie fPeriods periods after the last key. A float offset into it
-  // outside (fPeriodOffsetMin, fPeriodOffsetMax) takes the division instead;
-  // an empty range disables this.
-  double fPeriodStart = 0.0;
-  double fPeriods = 0.0;
-  float fPeriodOffsetMin = std::numeric_limits<float>::infinity();
-  float fPeriodOffsetMax = 0.0f;
-  // The loaded span's image in that period: times strictly inside (Lo, Hi)
-  // are the span's at t - Origin seconds after its start. Empty (0, 0) when
-  // unset; cleared whenever another span is loaded.
-  double fCycledSpanLo = 0.0;
-  double fCycledSpanHi = 0.0;
-  double fCycledSpanOrigin = 0.0;
+  // The cursor evaluate() answers through.
+  TevalCursor fCursor;
+  std::uint64_t fEditStamp = 0;
   TsegmentEvaluator* fSegmentEvaluator = nullptr;
   std::uint16_t fChangeDepth = 0;
   // Sends of this curve's own messages in progress (to its clients, or to the

@@ -24,9 +24,11 @@ class TparamCurveTestAccess {
   }
   static bool connectionsDirty(const TparamCurve& c) { return c.fConnectionsDirty; }
   static bool changedInChange(const TparamCurve& c) { return c.fChangedInChange; }
-  static Tkeyframe* cachedKey(const TparamCurve& c) { return c.fCachedKey; }
-  static unsigned cachedIndex(const TparamCurve& c) { return c.fCachedIndex; }
-  static int cachedInterval(const TparamCurve& c) { return c.fCachedInterval; }
+  static Tkeyframe* cachedKey(const TparamCurve& c) {
+    return const_cast<Tkeyframe*>(c.fCursor.fCachedKey);
+  }
+  static unsigned cachedIndex(const TparamCurve& c) { return c.fCursor.fCachedIndex; }
+  static int cachedInterval(const TparamCurve& c) { return c.fCursor.fCachedInterval; }
   static unsigned changeDepth(const TparamCurve& c) { return c.fChangeDepth; }
   static TsegmentEvaluator* evaluator(const TparamCurve& c) { return c.fSegmentEvaluator; }
   static void setInterpolationInterval(TparamCurve& c, unsigned i) {
@@ -51,8 +53,8 @@ class TparamCurveTestAccess {
   static bool modifyTangents(TparamCurve& c, unsigned i) { return c.modifyTangents(i); }
   static void checkStaticTanCondition(TparamCurve& c, unsigned i) { c.checkStaticTanCondition(i); }
   static void scaleTangentX(TparamCurve& c, Tkeyframe* key, float f) { c.scaleTangentX(key, f); }
-  static void forgetSampleShortcuts(TparamCurve& c) { c.forgetSampleShortcuts(); }
-  static bool cycledSpanRemembered(const TparamCurve& c) { return c.fCycledSpanHi != 0.0; }
+  static void forgetSampleShortcuts(TparamCurve& c) { c.fCursor.forgetShortcuts(); }
+  static bool cycledSpanRemembered(const TparamCurve& c) { return c.fCursor.fCycledSpanHi != 0.0; }
   static void setInfinityRaw(TparamCurve& c, int type, bool pre) {
     (pre ? c.fPreInfinity : c.fPostInfinity) = static_cast<TparamCurve::TinfinityType>(type);
   }
