@@ -110,6 +110,9 @@ struct Taction {
 struct TcurveSlot {
   // The observer outlives the curve it observes.
   std::unique_ptr<TcurveObserver> observer;
+  // A host's cursor, kept across edits and curve replacements: it must notice
+  // every one of them.
+  TevalCursor cursor;
   std::unique_ptr<TparamCurve> curve;
   std::unique_ptr<TparamCurveDeltaUser> recording;
   std::unique_ptr<TcurveSnapshot> recordingStart;
@@ -389,6 +392,10 @@ void checkAll(Treader& in) {
     const std::string cache =
         nearCycledKey(curve, t) ? std::string() : checkEvaluationIndependentOfCache(curve, t, warm);
     expect(cache.empty(), format("curve %u: %s", c, cache.c_str()));
+    const std::string cursor =
+        nearCycledKey(curve, t) ? std::string()
+                                : checkCursorAgreesWithFreshCopy(curve, gState->slots[c].cursor, t);
+    expect(cursor.empty(), format("curve %u: %s", c, cursor.c_str()));
     const auto& kept = gState->slots[c].observer->fKept;
     for (std::size_t i = 0; i < kept.size(); ++i) checkHandle(kept[i], "message", i);
   }

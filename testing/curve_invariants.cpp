@@ -114,4 +114,24 @@ std::string checkEvaluationIndependentOfCache(TparamCurve& curve, float seconds,
                      fresh.evaluate(time));
 }
 
+std::string checkCursorAgreesWithFreshCopy(const TparamCurve& curve, TevalCursor& kept,
+                                           float seconds) {
+  TparamCurve fresh(curve);
+  const double expected = fresh.evaluate(seconds);
+  if (!nearAnyKey(curve, seconds)) {
+    const std::string d =
+        compareBits("a kept cursor", seconds, seconds, curve.evaluate(seconds, kept), expected);
+    if (!d.empty()) return d;
+  }
+  TevalCursor cursor;
+  const std::string d =
+      compareBits("a fresh cursor", seconds, seconds, curve.evaluate(seconds, cursor), expected);
+  if (!d.empty()) return d;
+  const TtimeValue time = curve.makeTimeValue(seconds);
+  TparamCurve freshTimes(curve);
+  TevalCursor timeCursor;
+  return compareBits("a fresh cursor (time value)", seconds, seconds,
+                     curve.evaluate(time, timeCursor), freshTimes.evaluate(time));
+}
+
 }  // namespace lumora

@@ -14,6 +14,7 @@
 
 namespace lumora {
 
+class TevalCursor;
 class TparamCurve;
 
 /// The storage invariants: keyframeCount() keys, none null and none beyond;
@@ -32,5 +33,12 @@ std::string checkCurveInvariants(const TparamCurve& curve);
 /// non-const reference; the keys are not changed.
 std::string checkEvaluationIndependentOfCache(TparamCurve& curve, float seconds,
                                               float warmUpSeconds);
+
+/// A caller's cursor must never answer from state of another curve or of
+/// this one before an edit: `kept`, whatever it served before, must give the
+/// bits of a fresh copy at `seconds` (times near a key excepted, as above).
+/// A fresh cursor must give the bits of a fresh copy everywhere, both forms.
+std::string checkCursorAgreesWithFreshCopy(const TparamCurve& curve, TevalCursor& kept,
+                                           float seconds);
 
 }  // namespace lumora

@@ -1,8 +1,8 @@
 // TparamCurve: an animation curve of one scalar channel over time.
 //
 // A curve is a time-sorted array of keys (Tkeyframe) with pre- and
-// post-infinity behaviour, an owned segment evaluator and a small evaluation
-// cache. It is observable (clients hear of every change, see
+// post-infinity behaviour, an owned segment evaluator and an evaluation
+// cursor (its cache). It is observable (clients hear of every change, see
 // "lumora/notify/param_curve_msgs.h") and records undo deltas while it is in
 // modification (see "lumora/notify/delta.h").
 //
@@ -18,8 +18,11 @@
 //    the default constructor makes a tick curve.
 //  * Indices out of range are not errors: they give null keys, zero values or
 //    no action. The invalid index is 0xFFFFFFFF.
-//  * Evaluation writes the cache and the evaluator, so a curve must not be
-//    evaluated from two threads at once. Nothing here is thread-safe.
+//  * evaluate(t) writes the curve's own evaluation cursor, so only one thread
+//    at a time may call it. Any number of threads may sample a curve at once
+//    through the const overloads, each with its own TevalCursor, or through
+//    a TcurveSampler built from it, while no thread edits the curve. Edits
+//    are not thread-safe.
 //  * Every edit runs inside a change scope. For procedural and reference
 //    curves the global helpers must approve it first; a refused edit returns
 //    its failure value and leaves the curve untouched.
