@@ -16,6 +16,18 @@ int main() {
   item->writeAsCommand(line);
   std::printf("%s\n", line.c_str());
 
+  // Sampling through a cursor of one's own gives the curve's own bits.
+  TparamCurve curve(/*isFloat=*/true);
+  curve.add(Tkeyframe(0.0f, 0.0, kTangentSpline, kTangentSpline));
+  curve.add(Tkeyframe(1.0f, 4.0, kTangentSpline, kTangentSpline));
+  curve.add(Tkeyframe(3.0f, -2.0, kTangentSpline, kTangentSpline));
+  const TparamCurve& shared = curve;
+  TevalCursor cursor;
+  for (float t = -1.0f; t < 4.0f; t += 0.125f) {
+    if (shared.evaluate(t, cursor) != curve.evaluate(t)) return 3;
+  }
+  if (!cursor.isCurrentFor(curve)) return 4;
+
   // The README's example samples a cycling curve after an undone removal.
   std::printf("readme example: %.17g\n", readmeExample());
   return 0;
