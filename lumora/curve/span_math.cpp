@@ -1,6 +1,8 @@
 #include "lumora/curve/span_math.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "lumora/curve/internal/root_finder.h"
 #include "lumora/curve/segment_evaluator.h"
@@ -108,33 +110,123 @@ void prepareQuickSolve(TweightedSpan& w) {
     rising = b0 * b2 - b1 * b1 > kMinInteriorSlope * (b0 - 2.0 * b1 + b2);
   }
   w.solveQuickly = rising ? 1 : 0;
+  w.solveStepCube = 0.0;
   if (!rising) return;
 
   const double sum = std::fabs(c1) + std::fabs(c2) + std::fabs(c3);
   w.solveSlopeFloor[0] = kSlopeFactor * sum;
   w.solveSlopeFloor[1] = kSlopeFactor;
-  w.solveSplit[0] = w.timeAt(0.25);
-  w.solveSplit[1] = w.timeAt(0.5);
-  w.solveSplit[2] = w.timeAt(0.75);
-  const double c3x3 = 3.0 * c3;
-  for (int q = 0; q < 4; ++q) {
-    // About s, x(s + e) = x(s) + d e + h e^2 + c3 e^3; the guess is the
+  // At a constant parameter s, time, slope and half curvature are sums of
+  // the coefficients times constants; written out, the compiler folds the
+  // powers of s and load() stays cheap for a random sample that lands in a
+  // new span every time.
+  const auto time = [&](double t) { return c1 * t + c2 * (t * t) + c3 * (t * t * t); };
+  w.solveSplit[0] = time(0.25);
+  w.solveSplit[1] = time(0.5);
+  w.solveSplit[2] = time(0.75);
+  const auto slopeAt = [&](double t) { return c1 + c2 * (2.0 * t) + c3 * (3.0 * t * t); };
+  const double slope[4] = {slopeAt(0.125), slopeAt(0.375), slopeAt(0.625), slopeAt(0.875)};
+  // The slopes are positive here (the span rises strictly inside); one
+  // division serves all four reciprocals.
+  const double slope01 = slope[0] * slope[1];
+  const double slope23 = slope[2] * slope[3];
+  const double inverse = 1.0 / (slope01 * slope23);
+  const double reciprocal[4] = {inverse * slope[1] * slope23, inverse * slope[0] * slope23,
+                                inverse * slope[3] * slope01, inverse * slope[2] * slope01};
+  const auto fill = [&](int q, double t) {
+    // About t, x(t + e) = x(t) + d e + h e^2 + c3 e^3; the guess is the
     // inverse series of that to the fourth power of the time offset.
-    const double s = 0.125 + 0.25 * q;
-    const double d = (c3x3 * s + 2.0 * c2) * s + c1;
-    const double h = c3x3 * s + c2;
-    const double r = 1.0 / d;
+    const double d = slope[q];
+    const double h = c2 + c3 * (3.0 * t);
+    const double r = reciprocal[q];
     const double r2 = r * r;
     const double r3 = r2 * r;
     const double r5 = r3 * r2;
+    const double dc3 = d * c3;
+    const double h2 = h * h;
     double* g = w.solveGuess[q];
-    g[0] = w.timeAt(s);
-    g[1] = s;
+    g[0] = time(t);
+    g[1] = t;
     g[2] = r;
     g[3] = -h * r3;
-    g[4] = (2.0 * h * h - d * c3) * r5;
-    g[5] = 5.0 * h * (d * c3 - h * h) * (r5 * r2);
+    g[4] = (2.0 * h2 - dc3) * r5;
+    g[5] = 5.0 * h * (dc3 - h2) * (r5 * r2);
+  };
+  fill(0, 0.125);
+  fill(1, 0.375);
+  fill(2, 0.625);
+  fill(3, 0.875);
+
+  // Bounds over the span of the slope (from its Bernstein coefficients) and
+  // of the half curvature (linear in s), for a step-size test that holds
+  // everywhere: the careful iteration's error estimate
+  // |h^2 - c3 d| e^3 <= tol d^2 and its curvature limit |h| e <= k d both
+  // follow from e^3 < solveStepCube.
+  const double slopeMin =
+      b1 >= 0.0 ? std::min(b1, std::min(b0, b2)) : (b0 * b2 - b1 * b1) / (b0 - 2.0 * b1 + b2);
+  const double slopeMax = std::max(b1, std::max(b0, b2));
+  const double curveMax = std::max(std::fabs(c2), std::fabs(c2 + 3.0 * c3));
+  // Where the slope may fall below the conditioning floor somewhere, each
+  // root's conditioning is checked by the careful iteration instead.
+  if (!(slopeMin >= kSlopeFactor * (sum + 1.0))) return;
+  if (curveMax == 0.0) {
+    // Time linear in the parameter: one Halley step is exact.
+    w.solveStepCube = std::numeric_limits<double>::infinity();
+    return;
   }
+  // min(tol m^2 / L, (k m / c)^3) with a single division.
+  const double spread = curveMax * curveMax + std::fabs(c3) * slopeMax;
+  const double curve3 = curveMax * curveMax * curveMax;
+  const double k3 = kMaxCurvedStep * kMaxCurvedStep * kMaxCurvedStep;
+  w.solveStepCube = std::min(kStepTolerance * slopeMin * slopeMin * curve3,
+                             k3 * slopeMin * slopeMin * slopeMin * spread) /
+                    (spread * curve3);
+}
+
+// The iteration for every time the first step could not settle: bracketed
+// Halley steps with the full acceptance test, and the reference where they
+// cannot vouch for their answer. Kept out of line so that the first step
+// stays short.
+[[gnu::noinline]] double solveCarefully(const TweightedSpan& w, double u) {
+  // Also false for NaN.
+  if (!(w.solveQuickly != 0 && u >= kQuickLow && u <= kQuickHigh)) return w.referenceParameterAt(u);
+
+  // The quarter holding the root, and the guess from its inverse series.
+  const int q = (u > w.solveSplit[0]) + (u > w.solveSplit[1]) + (u > w.solveSplit[2]);
+  const double* g = w.solveGuess[q];
+  const double d = u - g[0];
+  double s = g[1] + d * (g[2] + d * (g[3] + d * (g[4] + d * g[5])));
+  if (!(s >= 0.0 && s <= 1.0)) s = g[1];
+
+  // Halley steps on p(s) = x(s) - u, kept inside a bracket that every
+  // evaluation narrows; x rises strictly, so the sign of p says which side
+  // of the root s lies on.
+  const double c3x3 = 3.0 * w.xc3;
+  const double c2x2 = 2.0 * w.xc2;
+  double lo = 0.0;
+  double hi = 1.0;
+  for (int i = 0; i < kMaxQuickSteps; ++i) {
+    const double p0 = w.timeAt(s) - u;
+    const double p1 = (c3x3 * s + c2x2) * s + w.xc1;
+    const double p2 = c3x3 * s + w.xc2;
+    const double den = p1 * p1 - p0 * p2;
+    const double step = p0 * p1 / den;
+    const double next = s - step;
+    const double a = std::fabs(step);
+    if (p1 > 0.0 && den > 0.0 && std::fabs(p2) * a <= kMaxCurvedStep * p1 &&
+        std::fabs(p2 * p2 - w.xc3 * p1) * (a * a * a) <= kStepTolerance * (p1 * p1)) {
+      // Converged; the root counts only where rounding cannot move it far.
+      const bool conditioned = p1 >= w.solveSlopeFloor[0] * s + w.solveSlopeFloor[1] * u;
+      return conditioned && next >= 0.0 && next <= 1.0 ? next : w.referenceParameterAt(u);
+    }
+    if (p0 < 0.0) {
+      lo = s;
+    } else {
+      hi = s;
+    }
+    s = (next > lo && next < hi) ? next : 0.5 * (lo + hi);
+  }
+  return w.referenceParameterAt(u);
 }
 
 }  // namespace
@@ -220,45 +312,27 @@ double TweightedSpan::referenceParameterAt(double u) const {
 }
 
 double TweightedSpan::parameterAt(double u) const {
-  // Also false for NaN.
-  if (!(solveQuickly != 0 && u >= kQuickLow && u <= kQuickHigh)) return referenceParameterAt(u);
-
-  // The quarter holding the root, and the guess from its inverse series.
-  const int q = (u > solveSplit[0]) + (u > solveSplit[1]) + (u > solveSplit[2]);
-  const double* g = solveGuess[q];
-  const double d = u - g[0];
-  double s = g[1] + d * (g[2] + d * (g[3] + d * (g[4] + d * g[5])));
-  if (!(s >= 0.0 && s <= 1.0)) s = g[1];
-
-  // Halley steps on p(s) = x(s) - u, kept inside a bracket that every
-  // evaluation narrows; x rises strictly, so the sign of p says which side
-  // of the root s lies on.
-  const double c3x3 = 3.0 * xc3;
-  const double c2x2 = 2.0 * xc2;
-  double lo = 0.0;
-  double hi = 1.0;
-  for (int i = 0; i < kMaxQuickSteps; ++i) {
-    const double p0 = timeAt(s) - u;
-    const double p1 = (c3x3 * s + c2x2) * s + xc1;
-    const double p2 = c3x3 * s + xc2;
-    const double den = p1 * p1 - p0 * p2;
-    const double step = p0 * p1 / den;
+  // One Halley step from the guess settles most times; its test is a single
+  // bound on the step size, worked out for the whole span by load(). Also
+  // false for NaN.
+  if (u >= kQuickLow && u <= kQuickHigh) {
+    const int q = (u > solveSplit[0]) + (u > solveSplit[1]) + (u > solveSplit[2]);
+    const double* g = solveGuess[q];
+    // Estrin's scheme rather than Horner's: shorter dependency chains, the
+    // same error bounds.
+    const double d = u - g[0];
+    const double d2 = d * d;
+    const double s = (g[1] + d * g[2]) + d2 * ((g[3] + d * g[4]) + d2 * g[5]);
+    const double s2 = s * s;
+    const double p0 = (xc1 * s - u) + s2 * (xc2 + xc3 * s);
+    const double p1 = (xc1 + 2.0 * xc2 * s) + 3.0 * xc3 * s2;
+    const double p2 = 3.0 * xc3 * s + xc2;
+    const double step = p0 * p1 / (p1 * p1 - p0 * p2);
     const double next = s - step;
     const double a = std::fabs(step);
-    if (p1 > 0.0 && den > 0.0 && std::fabs(p2) * a <= kMaxCurvedStep * p1 &&
-        std::fabs(p2 * p2 - xc3 * p1) * (a * a * a) <= kStepTolerance * (p1 * p1)) {
-      // Converged; the root counts only where rounding cannot move it far.
-      const bool conditioned = p1 >= solveSlopeFloor[0] * s + solveSlopeFloor[1] * u;
-      return conditioned && next >= 0.0 && next <= 1.0 ? next : referenceParameterAt(u);
-    }
-    if (p0 < 0.0) {
-      lo = s;
-    } else {
-      hi = s;
-    }
-    s = (next > lo && next < hi) ? next : 0.5 * (lo + hi);
+    if (a * a * a < solveStepCube && next >= 0.0 && next <= 1.0) return next;
   }
-  return referenceParameterAt(u);
+  return solveCarefully(*this, u);
 }
 
 }  // namespace lumora

@@ -79,6 +79,11 @@ struct LUMORA_API TweightedSpan {
   /// solveSlopeFloor[1] * u. Where it rises more slowly, rounding in the
   /// polynomial moves its root too far and the reference takes over.
   double solveSlopeFloor[2] = {0.0, 0.0};
+  /// A first Halley step of size d is taken as the answer when d^3 is below
+  /// this: a bound, over the whole span, under which the step's error is
+  /// negligible and the root well conditioned. 0 sends every time through
+  /// the careful iteration.
+  double solveStepCube = 0.0;
   /// Normalised times at curve parameters 1/4, 1/2 and 3/4: they pick the
   /// quarter of the span in which the root lies.
   double solveSplit[3] = {0.0, 0.0, 0.0};

@@ -176,6 +176,7 @@ TEST(TweightedSpanSolve, MatchesTheReferenceOnEveryShapeOfSpan) {
 TEST(TweightedSpanSolve, GivesTheReferenceBitsWhereItCannotVouchForItself) {
   const Tloaded rising = loadSpan(0.0, 1.0, 0.0, 0.4, 1.0, 0.75, -1.0, 0.5);
   ASSERT_EQ(rising.span.solveQuickly, 1);
+  EXPECT_GT(rising.span.solveStepCube, 0.0);  // one Halley step settles its times
   // Outside the span, at and near its ends, and NaN.
   const double times[] = {-1.0, -1e-300,     0.0,         1e-300, 1e-12, 1e-10, 1.0 - 1e-10,
                           1.0,  1.0 + 1e-16, 1.0 + 1e-12, 2.0,    kInf,  -kInf, kNaN};
