@@ -1,6 +1,8 @@
 #include "lumora/curve/span_math.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "lumora/curve/internal/root_finder.h"
 #include "lumora/curve/segment_evaluator.h"
@@ -68,6 +70,165 @@ void constrainMonotonic(double& a, double& b, bool keepFirst) {
   b = 1.0 - b;
 }
 
+// The quick solve hands times this close to the span ends to the reference:
+// there the reference snaps its root to the end, and a flat end leaves the
+// root ill-defined in the power basis.
+constexpr double kQuickLow = 1e-9;
+constexpr double kQuickHigh = 1.0 - 1e-9;
+// Rounding in the time polynomial, here and in the reference, blurs its root
+// by about 2.4e-15 * (S s + u) / x'(s), S being the sum of the coefficient
+// magnitudes. Requiring x'(s) >= (S s + u) / 32 keeps the blur below 8e-14 in
+// s, and so below 5e-13 of the largest control value in the value, whose
+// slope in s is at most six times that control value.
+constexpr double kSlopeFactor = 1.0 / 32.0;
+// A time polynomial whose slope dips below this inside the span counts as
+// stalling there: its roots are left to the reference.
+constexpr double kMinInteriorSlope = 1e-12;
+// A Halley step of size d leaves an error of about (a^2 - b) d^3, with a the
+// ratio of the second Taylor coefficient to the slope and b that of the third;
+// the step is accepted when this is below the tolerance and a d is small
+// enough for the estimate to hold.
+constexpr double kStepTolerance = 1e-15;
+constexpr double kMaxCurvedStep = 0x1p-10;
+// Halley steps, or bisections where a step leaves the bracket, before the
+// reference takes over.
+constexpr int kMaxQuickSteps = 48;
+
+// Fills the quick-solve fields of a span whose time coefficients are loaded.
+void prepareQuickSolve(TweightedSpan& w) {
+  const double c1 = w.xc1;
+  const double c2 = w.xc2;
+  const double c3 = w.xc3;
+  // The slope x'(s) in the Bernstein basis: b0 (1-s)^2 + 2 b1 s(1-s) + b2 s^2.
+  const double b0 = c1;
+  const double b1 = c1 + c2;
+  const double b2 = c1 + 2.0 * c2 + 3.0 * c3;
+  bool rising =
+      std::isfinite(c1) && std::isfinite(c2) && std::isfinite(c3) && b0 >= 0.0 && b2 >= 0.0;
+  if (rising && b1 < 0.0) {
+    // The slope dips inside the span to (b0 b2 - b1^2) / (b0 - 2 b1 + b2).
+    rising = b0 * b2 - b1 * b1 > kMinInteriorSlope * (b0 - 2.0 * b1 + b2);
+  }
+  w.solveQuickly = rising ? 1 : 0;
+  w.solveStepCube = 0.0;
+  if (!rising) return;
+
+  const double sum = std::fabs(c1) + std::fabs(c2) + std::fabs(c3);
+  w.solveSlopeFloor[0] = kSlopeFactor * sum;
+  w.solveSlopeFloor[1] = kSlopeFactor;
+  // At a constant parameter s, time, slope and half curvature are sums of
+  // the coefficients times constants; written out, the compiler folds the
+  // powers of s and load() stays cheap for a random sample that lands in a
+  // new span every time.
+  const auto time = [&](double t) { return c1 * t + c2 * (t * t) + c3 * (t * t * t); };
+  w.solveSplit[0] = time(0.25);
+  w.solveSplit[1] = time(0.5);
+  w.solveSplit[2] = time(0.75);
+  const auto slopeAt = [&](double t) { return c1 + c2 * (2.0 * t) + c3 * (3.0 * t * t); };
+  const double slope[4] = {slopeAt(0.125), slopeAt(0.375), slopeAt(0.625), slopeAt(0.875)};
+  // The slopes are positive here (the span rises strictly inside); one
+  // division serves all four reciprocals.
+  const double slope01 = slope[0] * slope[1];
+  const double slope23 = slope[2] * slope[3];
+  const double inverse = 1.0 / (slope01 * slope23);
+  const double reciprocal[4] = {inverse * slope[1] * slope23, inverse * slope[0] * slope23,
+                                inverse * slope[3] * slope01, inverse * slope[2] * slope01};
+  const auto fill = [&](int q, double t) {
+    // About t, x(t + e) = x(t) + d e + h e^2 + c3 e^3; the guess is the
+    // inverse series of that to the fourth power of the time offset.
+    const double d = slope[q];
+    const double h = c2 + c3 * (3.0 * t);
+    const double r = reciprocal[q];
+    const double r2 = r * r;
+    const double r3 = r2 * r;
+    const double r5 = r3 * r2;
+    const double dc3 = d * c3;
+    const double h2 = h * h;
+    double* g = w.solveGuess[q];
+    g[0] = time(t);
+    g[1] = t;
+    g[2] = r;
+    g[3] = -h * r3;
+    g[4] = (2.0 * h2 - dc3) * r5;
+    g[5] = 5.0 * h * (dc3 - h2) * (r5 * r2);
+  };
+  fill(0, 0.125);
+  fill(1, 0.375);
+  fill(2, 0.625);
+  fill(3, 0.875);
+
+  // Bounds over the span of the slope (from its Bernstein coefficients) and
+  // of the half curvature (linear in s), for a step-size test that holds
+  // everywhere: the careful iteration's error estimate
+  // |h^2 - c3 d| e^3 <= tol d^2 and its curvature limit |h| e <= k d both
+  // follow from e^3 < solveStepCube.
+  const double slopeMin =
+      b1 >= 0.0 ? std::min(b1, std::min(b0, b2)) : (b0 * b2 - b1 * b1) / (b0 - 2.0 * b1 + b2);
+  const double slopeMax = std::max(b1, std::max(b0, b2));
+  const double curveMax = std::max(std::fabs(c2), std::fabs(c2 + 3.0 * c3));
+  // Where the slope may fall below the conditioning floor somewhere, each
+  // root's conditioning is checked by the careful iteration instead.
+  if (!(slopeMin >= kSlopeFactor * (sum + 1.0))) return;
+  if (curveMax == 0.0) {
+    // Time linear in the parameter: one Halley step is exact.
+    w.solveStepCube = std::numeric_limits<double>::infinity();
+    return;
+  }
+  // min(tol m^2 / L, (k m / c)^3) with a single division.
+  const double spread = curveMax * curveMax + std::fabs(c3) * slopeMax;
+  const double curve3 = curveMax * curveMax * curveMax;
+  const double k3 = kMaxCurvedStep * kMaxCurvedStep * kMaxCurvedStep;
+  w.solveStepCube = std::min(kStepTolerance * slopeMin * slopeMin * curve3,
+                             k3 * slopeMin * slopeMin * slopeMin * spread) /
+                    (spread * curve3);
+}
+
+// The iteration for every time the first step could not settle: bracketed
+// Halley steps with the full acceptance test, and the reference where they
+// cannot vouch for their answer. Kept out of line so that the first step
+// stays short.
+[[gnu::noinline]] double solveCarefully(const TweightedSpan& w, double u) {
+  // Also false for NaN.
+  if (!(w.solveQuickly != 0 && u >= kQuickLow && u <= kQuickHigh)) return w.referenceParameterAt(u);
+
+  // The quarter holding the root, and the guess from its inverse series.
+  const int q = (u > w.solveSplit[0]) + (u > w.solveSplit[1]) + (u > w.solveSplit[2]);
+  const double* g = w.solveGuess[q];
+  const double d = u - g[0];
+  double s = g[1] + d * (g[2] + d * (g[3] + d * (g[4] + d * g[5])));
+  if (!(s >= 0.0 && s <= 1.0)) s = g[1];
+
+  // Halley steps on p(s) = x(s) - u, kept inside a bracket that every
+  // evaluation narrows; x rises strictly, so the sign of p says which side
+  // of the root s lies on.
+  const double c3x3 = 3.0 * w.xc3;
+  const double c2x2 = 2.0 * w.xc2;
+  double lo = 0.0;
+  double hi = 1.0;
+  for (int i = 0; i < kMaxQuickSteps; ++i) {
+    const double p0 = w.timeAt(s) - u;
+    const double p1 = (c3x3 * s + c2x2) * s + w.xc1;
+    const double p2 = c3x3 * s + w.xc2;
+    const double den = p1 * p1 - p0 * p2;
+    const double step = p0 * p1 / den;
+    const double next = s - step;
+    const double a = std::fabs(step);
+    if (p1 > 0.0 && den > 0.0 && std::fabs(p2) * a <= kMaxCurvedStep * p1 &&
+        std::fabs(p2 * p2 - w.xc3 * p1) * (a * a * a) <= kStepTolerance * (p1 * p1)) {
+      // Converged; the root counts only where rounding cannot move it far.
+      const bool conditioned = p1 >= w.solveSlopeFloor[0] * s + w.solveSlopeFloor[1] * u;
+      return conditioned && next >= 0.0 && next <= 1.0 ? next : w.referenceParameterAt(u);
+    }
+    if (p0 < 0.0) {
+      lo = s;
+    } else {
+      hi = s;
+    }
+    s = (next > lo && next < hi) ? next : 0.5 * (lo + hi);
+  }
+  return w.referenceParameterAt(u);
+}
+
 }  // namespace
 
 // --- Non-weighted -----------------------------------------------------------------------
@@ -133,6 +294,7 @@ bool TweightedSpan::load(double x0v, double y0, double& x1, double& y1, double& 
   yc1 = yc.c1;
   yc2 = yc.c2;
   yc3 = yc.c3;
+  prepareQuickSolve(*this);
   return true;
 }
 
@@ -150,7 +312,27 @@ double TweightedSpan::referenceParameterAt(double u) const {
 }
 
 double TweightedSpan::parameterAt(double u) const {
-  return referenceParameterAt(u);
+  // One Halley step from the guess settles most times; its test is a single
+  // bound on the step size, worked out for the whole span by load(). Also
+  // false for NaN.
+  if (u >= kQuickLow && u <= kQuickHigh) {
+    const int q = (u > solveSplit[0]) + (u > solveSplit[1]) + (u > solveSplit[2]);
+    const double* g = solveGuess[q];
+    // Estrin's scheme rather than Horner's: shorter dependency chains, the
+    // same error bounds.
+    const double d = u - g[0];
+    const double d2 = d * d;
+    const double s = (g[1] + d * g[2]) + d2 * ((g[3] + d * g[4]) + d2 * g[5]);
+    const double s2 = s * s;
+    const double p0 = (xc1 * s - u) + s2 * (xc2 + xc3 * s);
+    const double p1 = (xc1 + 2.0 * xc2 * s) + 3.0 * xc3 * s2;
+    const double p2 = 3.0 * xc3 * s + xc2;
+    const double step = p0 * p1 / (p1 * p1 - p0 * p2);
+    const double next = s - step;
+    const double a = std::fabs(step);
+    if (a * a * a < solveStepCube && next >= 0.0 && next <= 1.0) return next;
+  }
+  return solveCarefully(*this, u);
 }
 
 }  // namespace lumora
