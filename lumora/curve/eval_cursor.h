@@ -56,6 +56,7 @@ class LUMORA_API TevalCursor {
   /// looping mappings.
   void forgetShortcuts() {
     fHermiteReady = false;
+    fWeightedReady = false;
     fCycleRange = 0.0f;
     fPeriodOffsetMin = std::numeric_limits<float>::infinity();
     forgetCycledSpan();
@@ -81,6 +82,8 @@ class LUMORA_API TevalCursor {
   // True when the loaded span is non-weighted and nothing else (static,
   // deferred deletion, quaternion rotation) could change the answer.
   bool fHermiteReady = false;
+  // The same for a weighted span.
+  bool fWeightedReady = false;
   // Which of the two spans below the loaded span is.
   bool fWeightedLoaded = false;
   ThermiteSpan fHermite;

@@ -248,10 +248,11 @@ double TparamCurve::evaluateSpan(const Tkeyframe* a, const Tkeyframe* b, unsigne
         } else {
           fitLoadedSpanToCache(c);
         }
-        constexpr std::uint16_t kBlockers =
-            (1u << kFlagStatic) | (1u << kFlagDeferredDeletion) | (1u << kFlagWeighted);
-        c.fHermiteReady = !c.fWeightedLoaded && (fCurveFlags.bits() & kBlockers) == 0 &&
-                          fRotationInterpolation != kQuaternion;
+        constexpr std::uint16_t kBlockers = (1u << kFlagStatic) | (1u << kFlagDeferredDeletion);
+        const bool plain =
+            (fCurveFlags.bits() & kBlockers) == 0 && fRotationInterpolation != kQuaternion;
+        c.fHermiteReady = plain && !c.fWeightedLoaded;
+        c.fWeightedReady = plain && c.fWeightedLoaded;
       }
       return c.evaluateLoaded(t);
   }
@@ -307,6 +308,7 @@ void TparamCurve::loadSpan(unsigned i, TevalCursor& c) const {
   // loads segments of any span kind.
   c.fLoadedSpanStart = c.fLoadedSpanEnd = 0.0f;
   c.fHermiteReady = false;
+  c.fWeightedReady = false;
   c.forgetCycledSpan();
   if (!a || !b) return;
 

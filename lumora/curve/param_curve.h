@@ -445,6 +445,12 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
         }
       }
     }
+    // A weighted span answers inline only inside itself: its solve is too
+    // long for the looping shortcuts to matter.
+    if (!internal::kRelaxedFloatMath && c.fWeightedReady && seconds > c.fLoadedSpanStart &&
+        seconds < c.fLoadedSpanEnd) {
+      return c.fWeighted.evaluate(seconds);
+    }
     return evaluateSample(seconds, c);
   }
   /// The loaded span's value at t when t lies strictly inside it and nothing

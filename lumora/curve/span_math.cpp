@@ -294,14 +294,9 @@ bool TweightedSpan::load(double x0v, double y0, double& x1, double& y1, double& 
   yc1 = yc.c1;
   yc2 = yc.c2;
   yc3 = yc.c3;
+  solveInverseDuration = 1.0 / h;
   prepareQuickSolve(*this);
   return true;
-}
-
-double TweightedSpan::normalisedTime(double t) const {
-  if (std::fabs(t - x0) <= 1e-10) return 0.0;
-  if (std::fabs(t - x3) <= 1e-10) return 1.0;
-  return (t - x0) / (x3 - x0);
 }
 
 double TweightedSpan::referenceParameterAt(double u) const {
@@ -311,28 +306,56 @@ double TweightedSpan::referenceParameterAt(double u) const {
   return count == 1 ? roots[0] : 0.0;
 }
 
+namespace {
+
+// The parameter at u by the guess of u's quarter and one Halley step, when
+// that step is small enough to be trusted (see prepareQuickSolve); false
+// otherwise, and for NaN.
+inline bool quickParameter(const TweightedSpan& w, double u, double& result) {
+  if (!(u >= kQuickLow && u <= kQuickHigh)) return false;
+  const int q = (u > w.solveSplit[0]) + (u > w.solveSplit[1]) + (u > w.solveSplit[2]);
+  const double* g = w.solveGuess[q];
+  // Estrin's scheme rather than Horner's: shorter dependency chains, the
+  // same error bounds.
+  const double d = u - g[0];
+  const double d2 = d * d;
+  const double s = (g[1] + d * g[2]) + d2 * ((g[3] + d * g[4]) + d2 * g[5]);
+  const double s2 = s * s;
+  const double p0 = (w.xc1 * s - u) + s2 * (w.xc2 + w.xc3 * s);
+  const double p1 = (w.xc1 + 2.0 * w.xc2 * s) + 3.0 * w.xc3 * s2;
+  const double p2 = 3.0 * w.xc3 * s + w.xc2;
+  const double step = p0 * p1 / (p1 * p1 - p0 * p2);
+  const double next = s - step;
+  const double a = std::fabs(step);
+  if (!(a * a * a < w.solveStepCube && next >= 0.0 && next <= 1.0)) return false;
+  result = next;
+  return true;
+}
+
+}  // namespace
+
 double TweightedSpan::parameterAt(double u) const {
   // One Halley step from the guess settles most times; its test is a single
-  // bound on the step size, worked out for the whole span by load(). Also
-  // false for NaN.
-  if (u >= kQuickLow && u <= kQuickHigh) {
-    const int q = (u > solveSplit[0]) + (u > solveSplit[1]) + (u > solveSplit[2]);
-    const double* g = solveGuess[q];
-    // Estrin's scheme rather than Horner's: shorter dependency chains, the
-    // same error bounds.
-    const double d = u - g[0];
-    const double d2 = d * d;
-    const double s = (g[1] + d * g[2]) + d2 * ((g[3] + d * g[4]) + d2 * g[5]);
-    const double s2 = s * s;
-    const double p0 = (xc1 * s - u) + s2 * (xc2 + xc3 * s);
-    const double p1 = (xc1 + 2.0 * xc2 * s) + 3.0 * xc3 * s2;
-    const double p2 = 3.0 * xc3 * s + xc2;
-    const double step = p0 * p1 / (p1 * p1 - p0 * p2);
-    const double next = s - step;
-    const double a = std::fabs(step);
-    if (a * a * a < solveStepCube && next >= 0.0 && next <= 1.0) return next;
-  }
+  // bound on the step size, worked out for the whole span by load().
+  double s = 0.0;
+  if (quickParameter(*this, u, s)) return s;
   return solveCarefully(*this, u);
+}
+
+double TweightedSpan::solvedValueAt(double t) const {
+  const double fromStart = t - x0;
+  if (std::fabs(fromStart) > 1e-10 && std::fabs(t - x3) > 1e-10) {
+    // A product instead of normalisedTime()'s division: one rounding more in
+    // u, far below what the quick solve may differ by, and a shorter wait.
+    const double u = fromStart * solveInverseDuration;
+    double s = 0.0;
+    if (quickParameter(*this, u, s)) {
+      // Estrin's scheme again: the value's terms round alike either way.
+      const double s2 = s * s;
+      return (yc0 + yc1 * s) + s2 * (yc2 + yc3 * s);
+    }
+  }
+  return valueAt(parameterAt(normalisedTime(t)));
 }
 
 }  // namespace lumora

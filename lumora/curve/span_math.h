@@ -14,6 +14,7 @@
 // Both types are plain values: copying one copies the loaded span.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #include "lumora/base/export.h"
@@ -70,6 +71,8 @@ struct LUMORA_API TweightedSpan {
   double yc3 = 0.0;
   /// 1 when the time polynomial is the identity (handles at 1/3 and 2/3).
   std::int32_t timeIsLinear = 1;
+  /// 1 / (x3 - x0).
+  double solveInverseDuration = 1.0;
   /// 1 when parameterAt() may solve by the quick iteration: the time
   /// polynomial is finite and increases strictly inside (0, 1). Otherwise
   /// every time is solved by referenceParameterAt().
@@ -102,11 +105,20 @@ struct LUMORA_API TweightedSpan {
 
   /// The value at t seconds.
   double evaluate(double t) const {
-    const double u = normalisedTime(t);
-    return valueAt(timeIsLinear ? u : parameterAt(u));
+    if (timeIsLinear) return valueAt(normalisedTime(t));
+    return solvedValueAt(t);
   }
+  /// The value at t seconds found by solving for the curve parameter:
+  /// valueAt(parameterAt(normalisedTime(t))), or within the same bound of
+  /// the reference's value by a shorter route.
+  double solvedValueAt(double t) const;
   /// Normalised time of t (0 at x0, 1 at x3), snapped to the ends within 1e-10 s.
-  double normalisedTime(double t) const;
+  double normalisedTime(double t) const {
+    const double fromStart = t - x0;
+    if (std::fabs(fromStart) <= 1e-10) return 0.0;
+    if (std::fabs(t - x3) <= 1e-10) return 1.0;
+    return fromStart / (x3 - x0);
+  }
   /// The curve parameter in [0, 1] whose normalised time is u; 0 when there
   /// is no single one. valueAt() of it differs from valueAt() of
   /// referenceParameterAt(u) by at most 1e-12 times the largest magnitude

@@ -146,6 +146,15 @@ TEST(TweightedSpanSolve, StaysWithinTheBoundOfTheReferenceOnRandomSpans) {
       ASSERT_GE(e, 0.0) << "span " << i << " u " << u;
       ASSERT_LE(e, 1e-12) << "span " << i << " u " << u << " u1 " << l.span.xc1 / 3.0;
       worst = std::max(worst, e);
+      // evaluate() takes a shorter route from a time to the value: it too
+      // stays within the bound of the reference's value at that time.
+      const double t = l.span.x0 + u * (l.span.x3 - l.span.x0);
+      const double reference =
+          l.span.valueAt(l.span.referenceParameterAt(l.span.normalisedTime(t)));
+      const double value = l.span.evaluate(t);
+      if (!sameBits(value, reference)) {
+        ASSERT_LE(std::fabs(value - reference), 1e-12 * l.scale) << "span " << i << " t " << t;
+      }
     }
   }
   // Most random spans rise strictly and take the quick solve.
