@@ -27,6 +27,10 @@ inline std::unique_ptr<TparamCurve> makeCurve(unsigned keys, bool isFloat = true
   return curve;
 }
 
+inline TbitField32 bits(unsigned b) {
+  return TbitField32(b);
+}
+
 /// A pick of key `index` with `flags`, or an empty pick when it cannot be made.
 inline TpickKey pickOf(TparamCurve& curve, unsigned index, unsigned flags) {
   TpickKey pick;
