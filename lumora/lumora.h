@@ -43,3 +43,5 @@
 #include "lumora/notify/setting_deltas.h"
 #include "lumora/prefs/pref_keyframe.h"
 #include "lumora/select/pick_key.h"
+#include "lumora/select/pick_key_dictionary.h"
+#include "lumora/select/pick_key_list.h"

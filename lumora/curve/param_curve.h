@@ -82,6 +82,7 @@ class TkeyframeHandle;
 class TkeyframeHandlePtrArray;
 class TparamCurve;
 class TparamCurveMsgDepot;
+class TpickKeyDictionary;
 class TsegmentEvaluator;
 class TparamCurveTestAccess;
 
@@ -347,6 +348,16 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   static bool suspendUpdates(bool suspend);
   /// False when the helpers refuse selection of a procedural or reference curve.
   bool canSelect();
+
+  // --- Selection (select/curve_selection.cpp) ---
+
+  /// Sets (`active` true, by the pick-merge rule) or clears the active flags
+  /// of the keys `picks` names on this curve, in time order. Void picks,
+  /// picks of other curves and picks whose key is not in the curve are
+  /// skipped. Runs as one change (so helpers may refuse it, and global
+  /// clients hear of the curve once) but sends no per-key message and
+  /// records no undo. Nothing for a curve without keys.
+  void setActive(const TpickKeyDictionary& picks, bool active);
 
  protected:
   bool deferredDeletion() const { return fCurveFlags.testBit(kFlagDeferredDeletion); }
