@@ -13,6 +13,7 @@
 #include "lumora/notify/internal/delta_module.h"
 #include "lumora/notify/internal/notify_module.h"
 #include "lumora/prefs/internal/prefs_module.h"
+#include "lumora/select/internal/select_module.h"
 
 namespace lumora::internal {
 namespace {
@@ -24,6 +25,7 @@ class TmoduleLifetime {
     startPrefsModule();
     startNotifyModule();
     startDeltaRecords();
+    startSelectRecords();
     startKeyPool();
     (void)verticalSlope();
     TinitBasket::runAll();
@@ -31,6 +33,7 @@ class TmoduleLifetime {
   ~TmoduleLifetime() {
     TglobalPrefMgr::global().destroyBaskets();
     stopKeyPool();
+    stopSelectRecords();
     stopDeltaRecords();
     stopNotifyModule();
     stopPrefsModule();

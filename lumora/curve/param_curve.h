@@ -37,7 +37,8 @@
 //
 // The class is defined across the folders that own each capability:
 // curve/ (storage, lookup, evaluation, infinities, debug print), edit/
-// (tangents, adding and removing keys), notify/ (change scopes and messages).
+// (tangents, adding and removing keys), select/ (selections), notify/
+// (change scopes and messages).
 #pragma once
 
 #include <cstdint>

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "lumora/base/internal/module_storage.h"
+#include "lumora/select/internal/select_module.h"
 
 namespace lumora {
 
@@ -27,33 +28,30 @@ void markNoNode(const Tdictionary& dictionary, Tbookmark& mark) {
   }
 }
 
-// The records depend on no other record (the base dictionary classes have
-// none), so they are made when the library is loaded, whatever the order of
-// static initialisation, and live until it is unloaded.
+// Made when the library is loaded (see lumora/module.cpp).
 internal::TmoduleStorage<Tmetaclass> sNodeRecord;
 internal::TmoduleStorage<Tmetaclass> sDictionaryRecord;
 
-class TselectRecords {
- public:
-  TselectRecords() {
-    sNodeRecord.emplace(&TpickKeyDictionaryNodeTmeta, "TpickKeyDictionaryNode",
-                        sizeof(TpickKeyDictionaryNode), &constructInstance<TpickKeyDictionaryNode>,
-                        nullptr);
-    sDictionaryRecord.emplace(&TpickKeyDictionaryTmeta, "TpickKeyDictionary",
-                              sizeof(TpickKeyDictionary), &constructInstance<TpickKeyDictionary>,
-                              nullptr);
-  }
-  ~TselectRecords() {
-    sDictionaryRecord.reset();
-    sNodeRecord.reset();
-  }
-  TselectRecords(const TselectRecords&) = delete;
-  TselectRecords& operator=(const TselectRecords&) = delete;
-};
-
-const TselectRecords sRecords;
-
 }  // namespace
+
+namespace internal {
+
+void startSelectRecords() {
+  if (sNodeRecord) return;
+  sNodeRecord.emplace(&TpickKeyDictionaryNodeTmeta, "TpickKeyDictionaryNode",
+                      sizeof(TpickKeyDictionaryNode), &constructInstance<TpickKeyDictionaryNode>,
+                      nullptr);
+  sDictionaryRecord.emplace(&TpickKeyDictionaryTmeta, "TpickKeyDictionary",
+                            sizeof(TpickKeyDictionary), &constructInstance<TpickKeyDictionary>,
+                            nullptr);
+}
+
+void stopSelectRecords() {
+  sDictionaryRecord.reset();
+  sNodeRecord.reset();
+}
+
+}  // namespace internal
 
 // --- TpickKeyDictionaryNode --------------------------------------------------------
 
