@@ -383,7 +383,7 @@ void TcurveSampler::release() {
 
 // --- Sampling -----------------------------------------------------------------------------
 
-double TcurveSampler::spanValue(unsigned index, double seconds) const {
+inline double TcurveSampler::spanValue(unsigned index, double seconds) const {
   const Tspan& s = fSpans[index];
   switch (s.kind) {
     case kCubicSpan:
@@ -444,7 +444,13 @@ inline double TcurveSampler::inside(Key probe, double seconds) const {
     if (fMode & kStaticCurve) return fKeys[0].value;
     return searchLikeCurve(probe, seconds);
   }
-  const unsigned first = countBelow(static_cast<const Key*>(fSearch), fPhysical, probe);
+  return fromFirst(countBelow(static_cast<const Key*>(fSearch), fPhysical, probe), probe, seconds);
+}
+
+// The answer for keys in order, given the first key whose upper bound is not
+// below the probe.
+template <typename Key>
+inline double TcurveSampler::fromFirst(unsigned first, Key probe, double seconds) const {
   if (first - 1u < fPhysical - 1u) [[likely]] {
     // Keys on both sides: the span before `first`, unless the probe is at it.
     if (probe < std::bit_cast<Key>(fSpans[first - 1].endLow)) [[likely]] {
@@ -543,13 +549,77 @@ bool TcurveSampler::evaluate(unsigned count, const double* times, double* values
   return true;
 }
 
+// A scene's samplers are sampled a group at a time. Searching one sampler is
+// a chain of dependent loads, each waiting on the cache; the searches of a
+// group advance in step, so their loads are in flight together and the waits
+// overlap. Samplers that need more than a float search inside the keys take
+// the single-sample path.
 bool TcurveSampler::evaluateAll(unsigned count, const TcurveSampler* const* samplers, float seconds,
                                 double* values) {
   if (count == 0) return true;
   if (!samplers || !values) return false;
-  for (unsigned i = 0; i < count; ++i) {
-    const TcurveSampler* s = samplers[i];
-    values[i] = s ? s->sampleSeconds(seconds) : kNaN;
+  if (std::isnan(seconds)) {
+    for (unsigned i = 0; i < count; ++i) values[i] = kNaN;
+    return true;
+  }
+  constexpr unsigned kGroup = 8;
+  constexpr std::uint32_t kSearchedDirectly = kTickTimes | kStaticCurve | kUnordered;
+  for (unsigned begin = 0; begin < count; begin += kGroup) {
+    const unsigned lanes = count - begin < kGroup ? count - begin : kGroup;
+#if defined(__GNUC__)
+    // The next group's samplers may lie anywhere: ask for them now.
+    for (unsigned k = begin + kGroup; k < begin + 2 * kGroup && k < count; ++k) {
+      __builtin_prefetch(samplers[k]);
+    }
+#endif
+    const TcurveSampler* direct[kGroup];
+    const float* base[kGroup];
+    unsigned length[kGroup];
+    unsigned searching = 0;
+    unsigned longest = 0;
+    for (unsigned k = 0; k < lanes; ++k) {
+      const TcurveSampler* s = samplers[begin + k];
+      direct[k] = nullptr;
+      if (!s) {
+        values[begin + k] = kNaN;
+      } else if (s->fCount == 0 || (s->fMode & kSearchedDirectly) || seconds < s->fPreBound ||
+                 seconds > s->fPostBound) {
+        values[begin + k] = s->sampleSeconds(seconds);
+      } else {
+        direct[k] = s;
+        base[searching] = static_cast<const float*>(s->fSearch);
+        length[searching] = s->fPhysical;
+        if (s->fPhysical > longest) longest = s->fPhysical;
+        ++searching;
+      }
+    }
+    // countBelow for every lane at once: the lanes halve their ranges in
+    // step, and a finished lane (length 1) stays where it is.
+    const float* start[kGroup];
+    for (unsigned k = 0; k < searching; ++k) start[k] = base[k];
+    for (unsigned n = longest; n > 1; n -= n / 2) {
+      for (unsigned k = 0; k < searching; ++k) {
+        const unsigned half = length[k] / 2;
+        base[k] = base[k][half] < seconds ? base[k] + half : base[k];
+        length[k] -= half;
+      }
+    }
+    // The spans are read only after every lane has asked for its own.
+    unsigned first[kGroup];
+    for (unsigned k = 0, lane = 0; k < lanes; ++k) {
+      if (!direct[k]) continue;
+      first[lane] =
+          static_cast<unsigned>(base[lane] - start[lane]) + (*base[lane] < seconds ? 1u : 0u);
+#if defined(__GNUC__)
+      __builtin_prefetch(direct[k]->fSpans + (first[lane] ? first[lane] - 1 : 0));
+#endif
+      ++lane;
+    }
+    for (unsigned k = 0, lane = 0; k < lanes; ++k) {
+      if (!direct[k]) continue;
+      values[begin + k] = direct[k]->fromFirst(first[lane], seconds, static_cast<double>(seconds));
+      ++lane;
+    }
   }
   return true;
 }

@@ -121,6 +121,8 @@ class LUMORA_API TcurveSampler {
   template <typename Key>
   double inside(Key probe, double seconds) const;
   template <typename Key>
+  double fromFirst(unsigned first, Key probe, double seconds) const;
+  template <typename Key>
   double searchLikeCurve(Key probe, double seconds) const;
   template <typename Key>
   double keyOrSearch(unsigned index, Key probe, double seconds) const;
