@@ -82,6 +82,37 @@ double shiftForCycles(double v, double difference, double cycles, bool pre) {
   return pre ? v - shift : v + shift;
 }
 
+// base + half when base[half] < probe, else base, without a branch: random
+// probes make the comparison unpredictable, and a conditional move costs less
+// than the mispredictions. Compilers select with a conditional move, except
+// that clang may turn the move back into a branch inside a loop; there the
+// move is spelled out.
+inline const float* stepBelow(const float* base, unsigned half, float probe) {
+#if defined(__clang__) && defined(__x86_64__)
+  const float* next = base + half;
+  asm("ucomiss %[key], %[probe]\n\tcmova %[next], %[base]"
+      : [base] "+r"(base)
+      : [key] "m"(*next), [probe] "x"(probe), [next] "r"(next)
+      : "cc");
+  return base;
+#else
+  return base[half] < probe ? base + half : base;
+#endif
+}
+
+inline const std::int32_t* stepBelow(const std::int32_t* base, unsigned half, std::int32_t probe) {
+#if defined(__clang__) && defined(__x86_64__)
+  const std::int32_t* next = base + half;
+  asm("cmpl %[key], %[probe]\n\tcmovg %[next], %[base]"
+      : [base] "+r"(base)
+      : [key] "m"(*next), [probe] "r"(probe), [next] "r"(next)
+      : "cc");
+  return base;
+#else
+  return base[half] < probe ? base + half : base;
+#endif
+}
+
 // How many of keys[0, n) lie below `probe`, for keys in order and n >= 1.
 // Branch-free: the comparisons of random samples are unpredictable, and a
 // conditional move costs less than the mispredictions. Each step asks for
@@ -95,7 +126,7 @@ inline unsigned countBelow(const Key* keys, unsigned n, Key probe) {
     __builtin_prefetch(base + half / 2);
     __builtin_prefetch(base + half + half / 2);
 #endif
-    base = base[half] < probe ? base + half : base;
+    base = stepBelow(base, half, probe);
     n -= half;
   }
   return static_cast<unsigned>(base - keys) + (*base < probe ? 1u : 0u);
@@ -542,28 +573,88 @@ double TcurveSampler::evaluate(const TtimeValue& t) const {
   return inside(secondsToTicks(seconds), static_cast<double>(seconds));
 }
 
+// Batches are sampled a group at a time. Searching a sampler is a chain of
+// dependent loads, each waiting on the cache; the searches of a group advance
+// in step, so that their loads are in flight together and the waits overlap.
+// Lanes that need more than a float search inside the keys (and null lanes,
+// NaN times) take the single-sample path. `samplers` and `times` hold one
+// entry per lane; a lane's sampler may be null (NaN).
+void TcurveSampler::sampleGroup(const TcurveSampler* const* samplers, const float* times,
+                                unsigned lanes, double* values) {
+  constexpr std::uint32_t kSearchedDirectly = kTickTimes | kStaticCurve | kUnordered;
+  // Lanes without a search of their own search one key above any time:
+  // every lane then takes every step, and the steps unroll.
+  const float none = kInfinity;
+  const TcurveSampler* direct[kGroup];
+  const float* base[kGroup];
+  const float* start[kGroup];
+  unsigned length[kGroup];
+  float probe[kGroup];
+  unsigned longest = 0;
+  for (unsigned k = 0; k < kGroup; ++k) {
+    direct[k] = nullptr;
+    base[k] = &none;
+    length[k] = 1;
+    probe[k] = 0.0f;
+    if (k >= lanes) continue;
+    const TcurveSampler* s = samplers[k];
+    const float t = times[k];
+    if (!s) {
+      values[k] = kNaN;
+    } else if (s->fCount == 0 || (s->fMode & kSearchedDirectly) || !(t >= s->fPreBound) ||
+               t > s->fPostBound) {
+      values[k] = s->sampleSeconds(t);  // also NaN
+    } else {
+      direct[k] = s;
+      base[k] = static_cast<const float*>(s->fSearch);
+      length[k] = s->fPhysical;
+      probe[k] = t;
+      if (s->fPhysical > longest) longest = s->fPhysical;
+    }
+  }
+  for (unsigned k = 0; k < kGroup; ++k) start[k] = base[k];
+  // countBelow for every lane at once: the lanes halve their ranges in step,
+  // and a finished lane (length 1) stays where it is.
+  for (unsigned n = longest; n > 1; n -= n / 2) {
+    for (unsigned k = 0; k < kGroup; ++k) {
+      const unsigned half = length[k] / 2;
+      base[k] = stepBelow(base[k], half, probe[k]);
+      length[k] -= half;
+    }
+  }
+  // The spans are read only after every lane has asked for its own.
+  unsigned first[kGroup];
+  for (unsigned k = 0; k < lanes; ++k) {
+    if (!direct[k]) continue;
+    first[k] = static_cast<unsigned>(base[k] - start[k]) + (*base[k] < probe[k] ? 1u : 0u);
+#if defined(__GNUC__)
+    __builtin_prefetch(direct[k]->fSpans + (first[k] ? first[k] - 1 : 0));
+#endif
+  }
+  for (unsigned k = 0; k < lanes; ++k) {
+    if (direct[k]) values[k] = direct[k]->fromFirst(first[k], probe[k], probe[k]);
+  }
+}
+
 bool TcurveSampler::evaluate(unsigned count, const double* times, double* values) const {
   if (count == 0) return true;
   if (!times || !values) return false;
-  for (unsigned i = 0; i < count; ++i) values[i] = sampleSeconds(static_cast<float>(times[i]));
+  const TcurveSampler* const self[kGroup] = {this, this, this, this, this, this, this, this};
+  float group[kGroup];
+  for (unsigned begin = 0; begin < count; begin += kGroup) {
+    const unsigned lanes = count - begin < kGroup ? count - begin : kGroup;
+    for (unsigned k = 0; k < lanes; ++k) group[k] = static_cast<float>(times[begin + k]);
+    sampleGroup(self, group, lanes, values + begin);
+  }
   return true;
 }
 
-// A scene's samplers are sampled a group at a time. Searching one sampler is
-// a chain of dependent loads, each waiting on the cache; the searches of a
-// group advance in step, so their loads are in flight together and the waits
-// overlap. Samplers that need more than a float search inside the keys take
-// the single-sample path.
 bool TcurveSampler::evaluateAll(unsigned count, const TcurveSampler* const* samplers, float seconds,
                                 double* values) {
   if (count == 0) return true;
   if (!samplers || !values) return false;
-  if (std::isnan(seconds)) {
-    for (unsigned i = 0; i < count; ++i) values[i] = kNaN;
-    return true;
-  }
-  constexpr unsigned kGroup = 8;
-  constexpr std::uint32_t kSearchedDirectly = kTickTimes | kStaticCurve | kUnordered;
+  float group[kGroup];
+  for (float& t : group) t = seconds;
   for (unsigned begin = 0; begin < count; begin += kGroup) {
     const unsigned lanes = count - begin < kGroup ? count - begin : kGroup;
 #if defined(__GNUC__)
@@ -572,54 +663,7 @@ bool TcurveSampler::evaluateAll(unsigned count, const TcurveSampler* const* samp
       __builtin_prefetch(samplers[k]);
     }
 #endif
-    const TcurveSampler* direct[kGroup];
-    const float* base[kGroup];
-    unsigned length[kGroup];
-    unsigned searching = 0;
-    unsigned longest = 0;
-    for (unsigned k = 0; k < lanes; ++k) {
-      const TcurveSampler* s = samplers[begin + k];
-      direct[k] = nullptr;
-      if (!s) {
-        values[begin + k] = kNaN;
-      } else if (s->fCount == 0 || (s->fMode & kSearchedDirectly) || seconds < s->fPreBound ||
-                 seconds > s->fPostBound) {
-        values[begin + k] = s->sampleSeconds(seconds);
-      } else {
-        direct[k] = s;
-        base[searching] = static_cast<const float*>(s->fSearch);
-        length[searching] = s->fPhysical;
-        if (s->fPhysical > longest) longest = s->fPhysical;
-        ++searching;
-      }
-    }
-    // countBelow for every lane at once: the lanes halve their ranges in
-    // step, and a finished lane (length 1) stays where it is.
-    const float* start[kGroup];
-    for (unsigned k = 0; k < searching; ++k) start[k] = base[k];
-    for (unsigned n = longest; n > 1; n -= n / 2) {
-      for (unsigned k = 0; k < searching; ++k) {
-        const unsigned half = length[k] / 2;
-        base[k] = base[k][half] < seconds ? base[k] + half : base[k];
-        length[k] -= half;
-      }
-    }
-    // The spans are read only after every lane has asked for its own.
-    unsigned first[kGroup];
-    for (unsigned k = 0, lane = 0; k < lanes; ++k) {
-      if (!direct[k]) continue;
-      first[lane] =
-          static_cast<unsigned>(base[lane] - start[lane]) + (*base[lane] < seconds ? 1u : 0u);
-#if defined(__GNUC__)
-      __builtin_prefetch(direct[k]->fSpans + (first[lane] ? first[lane] - 1 : 0));
-#endif
-      ++lane;
-    }
-    for (unsigned k = 0, lane = 0; k < lanes; ++k) {
-      if (!direct[k]) continue;
-      values[begin + k] = direct[k]->fromFirst(first[lane], seconds, static_cast<double>(seconds));
-      ++lane;
-    }
+    sampleGroup(samplers + begin, group, lanes, values + begin);
   }
   return true;
 }

@@ -112,6 +112,12 @@ class LUMORA_API TcurveSampler {
     kUnordered = 1u << 4,  // key times not in order: every search runs the curve's own
   };
 
+  // Lanes of the batch calls: enough searches in flight at once to hide
+  // most of the wait on each one's loads.
+  static constexpr unsigned kGroup = 8;
+
+  static void sampleGroup(const TcurveSampler* const* samplers, const float* times, unsigned lanes,
+                          double* values);
   void release();
   void forget();
   void take(TcurveSampler& other);

@@ -311,6 +311,40 @@ TEST(TcurveSampler, SamplesArraysAndScenesLikeSingleSamples) {
     EXPECT_EQ(bits(out[2]), bits(sb.evaluate(t)));
     EXPECT_EQ(bits(out[3]), bits(none.evaluate(t)));
   }
+  // Several groups of samplers of every kind and length, some null.
+  std::mt19937 rng(9);
+  std::vector<TparamCurve> curves;
+  for (int i = 0; i < 29; ++i) {
+    curves.emplace_back(/*isFloat=*/i % 4 != 0);
+    randomCurve(curves.back(), rng);
+  }
+  const std::vector<TcurveSampler> samplers(curves.begin(), curves.end());
+  std::vector<const TcurveSampler*> channels;
+  for (std::size_t i = 0; i < samplers.size(); ++i) {
+    channels.push_back(i % 9 == 4 ? nullptr : &samplers[i]);
+  }
+  std::vector<double> frame(channels.size());
+  std::vector<float> frameTimes;
+  for (int i = 0; i < 4; ++i) {
+    const std::vector<float> more = probeTimes(curves[i], rng);
+    frameTimes.insert(frameTimes.end(), more.begin(), more.end());
+  }
+  const std::vector<double> wide(frameTimes.begin(), frameTimes.end());
+  std::vector<double> batch(wide.size());
+  for (const TcurveSampler& sampler : samplers) {
+    ASSERT_TRUE(sampler.evaluate(static_cast<unsigned>(wide.size()), wide.data(), batch.data()));
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+      ASSERT_EQ(bits(batch[i]), bits(sampler.evaluate(frameTimes[i]))) << frameTimes[i];
+    }
+  }
+  for (const float t : frameTimes) {
+    ASSERT_TRUE(TcurveSampler::evaluateAll(static_cast<unsigned>(channels.size()), channels.data(),
+                                           t, frame.data()));
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+      const double single = channels[i] ? channels[i]->evaluate(t) : std::nan("");
+      ASSERT_EQ(bits(frame[i]), bits(single)) << "channel " << i << " at " << t;
+    }
+  }
   double out[4] = {};
   EXPECT_FALSE(TcurveSampler::evaluateAll(4, nullptr, 1.0f, out));
   EXPECT_FALSE(TcurveSampler::evaluateAll(4, scene, 1.0f, nullptr));
