@@ -5,7 +5,6 @@
 // Every benchmark reports items per second, one item being one sample.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <memory>

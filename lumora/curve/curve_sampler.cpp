@@ -113,10 +113,9 @@ inline const std::int32_t* stepBelow(const std::int32_t* base, unsigned half, st
 #endif
 }
 
-// How many of keys[0, n) lie below `probe`, for keys in order and n >= 1.
-// Branch-free: the comparisons of random samples are unpredictable, and a
-// conditional move costs less than the mispredictions. Each step asks for
-// the two lines the next step may read, overlapping their misses with it.
+// How many of keys[0, n) lie below `probe`, for keys in order and n >= 1,
+// without a branch on the keys. Each step asks for the two lines the next
+// step may read, overlapping their misses with its own.
 template <typename Key>
 inline unsigned countBelow(const Key* keys, unsigned n, Key probe) {
   const Key* base = keys;
@@ -142,9 +141,9 @@ enum TspanKind : std::uint32_t {
 
 }  // namespace
 
-// One span, from key i to key i + 1: 48 bytes, so the four coefficients, the
-// start and the end key's bound that decides it was not a key hit arrive
-// together.
+// One span, from key i to key i + 1, in 48 bytes: the coefficients, the
+// start and the bound that rules out a key hit arrive together, from one
+// cache line or two adjacent ones.
 struct TcurveSampler::Tspan {
   // Cubic spans: the cubic. Linear spans keep the curve's operands in it:
   // x0 the start, a the duration, b the rise and d the start value; constant
@@ -287,8 +286,8 @@ TcurveSampler::TcurveSampler(const TparamCurve& curve) {
         double x2 = t3 - ix * kThird;
         double y2 = y3 - iy * kThird;
         if (weighted) {
-          // A span without duration is refused and leaves the span a fresh
-          // evaluator starts with, as it leaves the curve's.
+          // A span without duration is refused and keeps the span a fresh
+          // evaluator starts with, as the evaluator of a fresh curve does.
           s.kind = kWeightedSpan;
           weightedArray[i].load(t0, y0, x1, y1, x2, y2, t3, y3, /*keepFirst=*/true);
         } else {
