@@ -25,6 +25,7 @@
 #include "lumora/base/time_value.h"
 #include "lumora/base/typed_array.h"
 #include "lumora/curve/bezier_segment_evaluator.h"
+#include "lumora/curve/curve_sampler.h"
 #include "lumora/curve/eval_cursor.h"
 #include "lumora/curve/hermite_segment_evaluator.h"
 #include "lumora/curve/param_curve.h"
