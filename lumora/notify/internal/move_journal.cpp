@@ -55,20 +55,29 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
   }
   const auto it = fByKey.find(key);
   if (it != fByKey.end()) {
+    Tentry& entry = *it->second;
     // The same address may belong to a new key object once the noted one
     // was deleted; that one is noted afresh.
-    if (it->second->key.get() == key) return;
+    if (entry.key.get() == key) {
+      if (!entry.pending) {
+        entry.pending = true;
+        fSinceCapture.push_back(&entry);
+      }
+      return;
+    }
     fByKey.erase(it);
   }
   Tentry& entry = fEntries.emplace_back();
   entry.key = key;
   entry.before = *key;
+  entry.pending = true;
   fByKey.emplace(key, &entry);
   fSinceCapture.push_back(&entry);
 }
 
 void TmoveJournal::captureAfter() {
   for (Tentry* entry : fSinceCapture) {
+    entry->pending = false;
     if (Tkeyframe* key = entry->key.get()) {
       entry->after = *key;
       entry->hasAfter = true;

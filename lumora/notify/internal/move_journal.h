@@ -67,6 +67,7 @@ class TmoveJournal {
     Tkeyframe before;
     Tkeyframe after;
     bool hasAfter = false;
+    bool pending = false;  // listed for the next capture
   };
   /// Puts the noted states back into the keys that are in the curve.
   void restore(bool after);
