@@ -37,8 +37,11 @@
 //
 // The class is defined across the folders that own each capability:
 // curve/ (storage, lookup, evaluation, infinities, debug print), edit/
-// (tangents, adding and removing keys), select/ (selections), notify/
-// (change scopes and messages).
+// (tangents, adding and removing keys, moving keys, breakdown keys),
+// select/ (selections), notify/ (change scopes and messages). A move edit
+// (beginEdit(kEditMoveKeys, ...) to endEdit()) owns a move list and the
+// breakdown records of the keys that follow the move; endEdit drops both,
+// removeAllKeys drops the records, and neither is ever copied with a curve.
 #pragma once
 
 #include <cstdint>

@@ -525,7 +525,12 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
     } else if (r.moves && setValue) {
       newValue = value;
     }
+    // A key that passes others leaves its old neighbours next to each other.
     touched.push_back(key);
+    if (rule->passes) {
+      if (index > 0) touched.push_back(keyframe(index - 1));
+      if (Tkeyframe* next = keyframe(index + 1)) touched.push_back(next);
+    }
     if (quaternion) {
       // The three components move as one rotation once rotation
       // interpolation brings its maths; until then the curve's own
@@ -554,6 +559,8 @@ void TparamCurve::recomputeTangentsAround(std::vector<Tkeyframe*>& keys) {
   const unsigned n = keyframeCount();
   unsigned previous = kNone;
   for (const unsigned index : indices) {
+    // The keys whose tangents this may change, as they are now.
+    if (isMod()) noteMoveBefore(index);
     if (previous == kNone || index != previous + 1) {
       modifyTangents(index);
     } else {
@@ -820,6 +827,10 @@ bool TparamCurve::moveEachKey(const TkeyframeHandlePtrArray& /*handles*/,
     const bool picked = v.record->moves && v.record->pickIndex != TmoveRecord::kNoPick;
     const double value = picked && newValues ? (*newValues)[v.record->pickIndex] : v.key->value();
     touched.push_back(v.key);
+    if (TmoveList::rule(option)->passes) {
+      if (index > 0) touched.push_back(keyframe(index - 1));
+      if (Tkeyframe* next = keyframe(index + 1)) touched.push_back(next);
+    }
     moveKeyframe(index, v.record->target, value, option, true);
     v.record->indexHint = locate(*this, v.key, index);
   }
