@@ -233,15 +233,26 @@ bool TparamCurveDeltaComp::merge(TparamCurveDelta* delta) {
 
 void TparamCurveDeltaComp::compact() {
   if (!fDragIndex || fDragIndex->holes == 0) return;
+  internal::TdragMergeIndex& index = *fDragIndex;
   Tdelta** children = fChildren.data();
   const unsigned n = fChildren.count();
+  // Where each child goes; the index follows its children instead of being
+  // built again.
+  std::vector<unsigned> moved(n);
   unsigned kept = 0;
+  unsigned indexedKept = 0;
   for (unsigned i = 0; i < n; ++i) {
+    if (i == index.indexedUpTo) indexedKept = kept;
+    moved[i] = kept;
     if (children[i] != nullptr) children[kept++] = children[i];
   }
+  if (index.indexedUpTo >= n) indexedKept = kept;
   fChildren.changeLogicalSizeTo(kept);
-  // Places have moved: the index is built again as merges need it.
-  fDragIndex.reset();
+  for (auto& [key, places] : index.buckets) {
+    for (unsigned& place : places) place = moved[place];
+  }
+  index.indexedUpTo = indexedKept;
+  index.holes = 0;
 }
 
 void TparamCurveDeltaComp::endMergeBatch() {
