@@ -86,6 +86,7 @@ TparamCurve::~TparamCurve() {
   // A curve destroyed while messages are delayed must not be reported later.
   if (TparamCurveMsgDepot* depot = internal::msgDepot()) depot->removeChangedCurve(this);
   removeAllKeys(/*recreate=*/false, /*deleteKeys=*/true);
+  dropEditState();
   delete fSegmentEvaluator;
   fSegmentEvaluator = nullptr;
 }
@@ -99,6 +100,8 @@ TsegmentEvaluator* TparamCurve::makeEvaluator(bool weighted) const {
 void TparamCurve::removeAllKeys(bool recreate, bool deleteKeys) {
   // Refused from inside one of the curve's own messages, like every edit.
   if (fSendDepth != 0) return;
+  // The breakdown records name keys that are about to go.
+  flushBreakdownCache();
   // The curve lets go of its keys before anyone hears of them: a client that
   // reads the curve from a key-removed message sees it already empty, and
   // every key it is told about is still alive during its message.

@@ -37,12 +37,17 @@
 //
 // The class is defined across the folders that own each capability:
 // curve/ (storage, lookup, evaluation, infinities, debug print), edit/
-// (tangents, adding and removing keys), select/ (selections), notify/
-// (change scopes and messages).
+// (tangents, adding and removing keys, moving keys, breakdown keys),
+// select/ (selections), notify/ (change scopes and messages). A move edit
+// (beginEdit(kEditMoveKeys, ...) to endEdit()) owns a move list and the
+// breakdown records of the keys that follow the move; endEdit drops both,
+// removeAllKeys drops the records, and neither is ever copied with a curve.
 #pragma once
 
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <vector>
 
 #include "lumora/base/client_server.h"
 #include "lumora/base/export.h"
@@ -60,7 +65,10 @@
 namespace lumora {
 
 namespace internal {
+class TbreakdownCache;
 class TcurveDeltaAccess;
+class TmoveJournal;
+class TmoveList;
 
 // Whether this file is being compiled with relaxed float maths (-ffast-math,
 // -ffinite-math-only, /fp:fast), which may rewrite the IEEE rounding and NaN
@@ -75,6 +83,7 @@ constexpr bool kRelaxedFloatMath = false;
 
 class Tangle;
 class TanimTimeArray;
+class TbreakdownData;
 class TdebugOutput;
 class TdoubleArray;
 class Tint16Array;
@@ -84,7 +93,10 @@ class TkeyframeHandlePtrArray;
 class TparamCurve;
 class TparamCurveMsgDepot;
 class TpickKeyDictionary;
+class Tquaternion;
+class TquaternionArray;
 class TsegmentEvaluator;
+class TtimeValueArray;
 class TparamCurveTestAccess;
 
 /// Pointers to curves; never owns them.
@@ -116,8 +128,29 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
     kQuaternion = 3,
   };
 
-  /// Interactive edit in progress; 0 when none.
-  enum TeditMode : int { kEditNone = 0 };
+  /// How moved keys treat the keys they reach. Stored by hosts: only add values.
+  enum TmoveOption : int {
+    /// Keys keep their order: a moved key stops one tick short of the
+    /// neighbour it would reach.
+    kMoveKeepOrder = 0,
+    /// As kMoveKeepOrder, but every key from the moved block onward (in the
+    /// direction of the move) shifts by the same time first, so nothing is reached.
+    kMoveRipple = 1,
+    /// Keys take their new times exactly and pass other keys, which are
+    /// re-sorted; an exact collision steps one tick back towards the origin.
+    kMovePass = 2,
+    /// As kMovePass, for relative moves only.
+    kMovePassRelative = 3,
+  };
+
+  /// Interactive edit in progress (see beginEdit); 0 when none.
+  enum TeditMode : int {
+    kEditNone = 0,
+    kEditMoveKeys = 1,
+    /// Stored and reset like the others; no begin or end work.
+    kEditReserved = 2,
+    kEditScaleKeys = 3,
+  };
 
   /// The invalid index.
   static constexpr unsigned kInvalidIndex = 0xFFFFFFFFu;
@@ -335,6 +368,114 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void removeAllKeys(bool recreate = true, bool deleteKeys = true);
   /// Records a snapshot of the whole curve while recording.
   void generateCurveDeltas();
+  /// Stops recording and hands the gathered delta to the caller (see
+  /// TdeltaUser); the moves of the next modification keep states of their own.
+  Tdelta* endMod() override;
+
+  // --- Moving keys (edit/move_keys.cpp) ------------------------------------------------------
+  // See "lumora/edit/move_keys.h" for the whole picture: an interactive drag is
+  // beginEdit(kEditMoveKeys, ...), any number of moveKeys calls measured from
+  // the keys' start times, then endEdit().
+
+  /// Opens an edit of `mode`: for kEditMoveKeys the move list of the picked
+  /// keys (beginMoveKeys); the dictionary form also forgets the cached
+  /// quaternion data. False, with nothing changed, for a mode outside 0..3 or
+  /// from inside one of the curve's own messages.
+  bool beginEdit(TeditMode mode, const TpickKeyDictionary& picks);
+  bool beginEdit(TeditMode mode, const TkeyframeHandlePtrArray& handles);
+  /// Closes the open edit (drops the move list, or ends a scale) and resets
+  /// the mode to kEditNone. False when no edit is open or from inside a message.
+  bool endEdit();
+  /// Builds the move list: one record per picked key of this curve (in
+  /// dictionary or array order), then one per breakdown key that follows
+  /// them. Replaces an open list. False from inside a message.
+  bool beginMoveKeys(const TpickKeyDictionary& picks);
+  bool beginMoveKeys(const TkeyframeHandlePtrArray& handles);
+  /// Drops the move list and the breakdown records.
+  void endMoveKeys();
+  /// Ends a scale of keys: drops the breakdown records that it placed.
+  void endScaleKeys();
+  /// True while a move list is open.
+  bool hasMoveList() const { return fMoveList != nullptr; }
+
+  /// Whether the picked keys may move by (relative) or to (absolute) `time`.
+  /// False for no pick, a time of the wrong kind, an absolute move of several
+  /// keys, an option outside 0..3, or (kMoveKeepOrder) a move past a
+  /// neighbour. `check` false answers true for any pick.
+  bool canMove(const TpickKeyDictionary& picks, const TtimeValue& time, double value, bool relative,
+               TmoveOption option, bool check) const;
+  /// The handle form: the first and last handles stand for the block.
+  bool canMove(const TkeyframeHandlePtrArray& handles, const TtimeValue& delta, double value,
+               bool relative, TmoveOption option) const;
+  /// Moves the picked keys by (relative) or to (absolute, one key) `time`
+  /// and `value`, as one change. Opens and closes the move edit itself.
+  bool moveKeys(const TpickKeyDictionary& picks, const TtimeValue& time, double value,
+                bool relative, TmoveOption option, bool moveBreakdowns, bool setTime,
+                bool setValue);
+  /// The drag form, inside an open move edit: each picked key goes to its
+  /// start time (startTimes[pick index]) plus `time` (relative) or to `time`.
+  bool moveKeys(const TkeyframeHandlePtrArray& handles, const TtimeValueArray& startTimes,
+                const TtimeValue& time, double value, TmoveOption option, bool moveBreakdowns,
+                bool relative, bool setTime, bool setValue);
+  /// Each key to its own time and value (by pick index), inside an open move edit.
+  bool moveKeys(const TkeyframeHandlePtrArray& handles, const TtimeValueArray& newTimes,
+                const TtimeValueArray& oldTimes, const TdoubleArray& newValues,
+                const TdoubleArray& oldValues, TmoveOption option, bool moveBreakdowns);
+  /// As the form above, for times only.
+  bool replaceKeys(const TkeyframeHandlePtrArray& handles, const TtimeValueArray& newTimes,
+                   const TtimeValueArray& oldTimes, TmoveOption option);
+  /// Moves key `index` to `time` and `value` under the rules of `option`.
+  /// With `recordUndo` false no undo record is made even while recording.
+  bool moveKeyframe(unsigned index, const TtimeValue& time, double value, TmoveOption option,
+                    bool recordUndo = true);
+  /// The same for a quaternion rotation curve: the value and quaternion W
+  /// come from `rotation`.
+  bool moveKeyframe(unsigned index, const TtimeValue& time, const Tquaternion& rotation,
+                    TmoveOption option, bool recordUndo = true);
+  /// Changes key `index`'s value (and quaternion W; NaN keeps the key's).
+  bool moveKeyframeInValue(unsigned index, double value,
+                           double w = std::numeric_limits<double>::quiet_NaN());
+  /// Puts the key `key` names to `time`, `value` and `w` for the undo and
+  /// redo of a drag record; records nothing. The key may pass other keys.
+  bool moveForDeltaUndoRedo(TkeyframeHandle* key, const TtimeValue& time, double value, double w,
+                            TmoveOption option);
+  /// Records, without moving anything, the undo of a move made while the
+  /// curve was not recording: the keys of the open move list go back to
+  /// `times` (by pick index) and values (see the header of move_keys.h).
+  void generateDeltasForMove(const TkeyframeHandlePtrArray& handles, const TtimeValueArray& times,
+                             const TdoubleArray* values, const double* value,
+                             const TquaternionArray* rotations, TmoveOption option);
+  /// Whether each single-key move recomputes automatic tangents at once.
+  /// Multi-key moves switch it off while they run and recompute at the end.
+  static bool perKeyTangentUpdate();
+  /// Sets the tangent types of the picked keys and tangents.
+  bool setTangentType(const TpickKeyDictionary& picks, TtangentType inType, TtangentType outType,
+                      bool setIn, bool setOut);
+
+  // --- Breakdown keys (edit/breakdown.cpp) ----------------------------------------------------
+  // See "lumora/edit/breakdown.h".
+
+  /// Whether key `index` is a breakdown key; false out of range.
+  bool breakdown(unsigned index) const;
+  /// Marks key `index` as a breakdown key or an ordinary one; records a
+  /// TPCDbreakdown while recording. False out of range or when refused.
+  bool setBreakdown(unsigned index, bool breakdown);
+  /// A new record of breakdown key `index` (the caller owns it); null when
+  /// the key is not a breakdown or has no ordinary neighbour.
+  TbreakdownData* getBreakdownData(unsigned index) const;
+  /// The cache position of the record of key `index`, or -1.
+  int findBreakdownData(unsigned index) const;
+  /// Records the breakdown keys that the ordinary key `handle` governs.
+  void addBreakdownData(const TkeyframeHandle* handle);
+  void getAffectedBreakdowns(const TkeyframeHandlePtrArray& handles);
+  void getAffectedBreakdowns(const TpickKeyDictionary& picks);
+  /// Moves every recorded breakdown key to where its record asks.
+  void applyBreakdownCache();
+  /// Drops every record.
+  void flushBreakdownCache();
+  /// The records cached now, in cache order.
+  unsigned breakdownCacheCount() const;
+  const TbreakdownData* breakdownCacheEntry(unsigned position) const;
 
   // --- Change notification --------------------------------------------------------------
 
@@ -536,6 +677,31 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool replaceKey(Tkeyframe* key, const Tkeyframe& newState);
   bool addDelta(Tdelta* delta, bool atEnd);
 
+  // --- Moving keys (edit/move_keys.cpp) ---
+  bool moveKeyframeHelper(Tkeyframe* key, unsigned index, const TtimeValue& time, double value,
+                          double w, TmoveOption option, bool recordUndo);
+  bool applyMoveKeyList(const TtimeValue& delta, double value, bool setValue, bool relative,
+                        TmoveOption option, bool moveBreakdowns, bool fromPicks);
+  void swapKeys(unsigned from, unsigned to);
+  bool moveEachKey(const TkeyframeHandlePtrArray& handles, const TtimeValueArray& newTimes,
+                   const TdoubleArray* newValues, TmoveOption option, bool moveBreakdowns);
+  /// Moves the keys of `handles` by offsets as the segment drag record
+  /// replays them, through a move list of its own.
+  bool moveBlockForDeltaUndoRedo(const TkeyframeHandlePtrArray& handles, const TtimeValue& offset,
+                                 double valueOffset, TmoveOption option, bool moveBreakdowns);
+  /// Frees the move list and the breakdown cache (destruction).
+  void dropEditState();
+  /// Places the targets of the breakdown records from their neighbours'.
+  void placeBreakdownTargets();
+  /// Notes the keys around `index` in the move journal before they change.
+  void noteMoveBefore(unsigned index);
+  /// Brackets a move operation; the outermost one closes the journal's
+  /// states and tidies the gathered delta.
+  void beginMoveOperation();
+  void endMoveOperation();
+  /// Recomputes the automatic tangents around the given keys.
+  void recomputeTangentsAround(std::vector<Tkeyframe*>& keys);
+
   // --- Change scopes (notify/change_scope.cpp) ---
   bool beginChange();
   void endChange(bool changed);
@@ -554,8 +720,15 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void* fTdnCurve = nullptr;
   TbitField16 fCurveFlags;
   TeditMode fEditMode = kEditNone;
-  void* fMoveState = nullptr;
-  void* fBreakdownCache = nullptr;
+  // The records of the open move edit; null outside one.
+  internal::TmoveList* fMoveList = nullptr;
+  // Breakdown keys recorded for the edit under way; null when none.
+  internal::TbreakdownCache* fBreakdownCache = nullptr;
+  // The full key states of the moves recorded during this modification,
+  // shared with their undo records (see notify/internal/move_journal.h).
+  std::shared_ptr<internal::TmoveJournal> fMoveJournal;
+  // Outermost move operations under way on this curve.
+  std::uint16_t fMoveDepth = 0;
   // The cursor evaluate() answers through.
   TevalCursor fCursor;
   std::uint64_t fEditStamp = 0;

@@ -7,10 +7,12 @@
 #include "lumora/notify/internal/curve_delta_access.h"
 #include "lumora/notify/internal/delta_module.h"
 #include "lumora/notify/internal/delta_records.h"
+#include "lumora/notify/internal/move_journal.h"
 
 namespace lumora {
 
 Tmetaclass* TPCDdragKeyTmeta = nullptr;
+Tmetaclass* TPCDdragSegmentTmeta = nullptr;
 Tmetaclass* TPCDdragTanTmeta = nullptr;
 
 namespace {
@@ -30,7 +32,7 @@ constexpr float kRenormalisationSlack = 1e-6f;
 
 TPCDdragKey::TPCDdragKey(TparamCurve* curve, TkeyframeHandle* handle, const TtimeValue& oldTime,
                          const TtimeValue& newTime, double oldValue, double newValue, double oldW,
-                         double newW, int moveOption)
+                         double newW, int moveOption, bool dictionaryMove)
     : TparamCurveDelta(curve),
       fOldTime(oldTime),
       fNewTime(newTime),
@@ -39,10 +41,19 @@ TPCDdragKey::TPCDdragKey(TparamCurve* curve, TkeyframeHandle* handle, const Ttim
       fOldW(oldW),
       fNewW(newW),
       fMoveOption(moveOption),
-      fHandle(handle) {}
+      fHandle(handle) {
+  fDictionaryMove = dictionaryMove;
+}
 
 TPCDdragKey::~TPCDdragKey() {
+  if (fJournal) fJournal->removeMember();
   delete fHandle;
+}
+
+void TPCDdragKey::setJournal(std::shared_ptr<internal::TmoveJournal> journal) {
+  if (fJournal) fJournal->removeMember();
+  fJournal = std::move(journal);
+  if (fJournal) fJournal->addMember();
 }
 
 Tmetaclass* TPCDdragKey::typeof() const {
@@ -61,21 +72,72 @@ void TPCDdragKey::setOldState(const TtimeValue& time, double value, double w) {
 }
 
 void TPCDdragKey::undo() {
-  replay(/*after=*/false, [this] { apply(fOldTime, fOldValue, fOldW); });
+  if (fJournal && fCurve) {
+    fJournal->memberUndone();
+  } else {
+    replay(/*after=*/false, [this] { apply(fOldTime, fOldValue, fOldW); });
+  }
   setUndone(true);
 }
 
 void TPCDdragKey::redo() {
-  replay(/*after=*/true, [this] { apply(fNewTime, fNewValue, fNewW); });
+  if (fJournal && fCurve) {
+    fJournal->memberRedone();
+  } else {
+    replay(/*after=*/true, [this] { apply(fNewTime, fNewValue, fNewW); });
+  }
   setUndone(false);
 }
 
 void TPCDdragKey::apply(const TtimeValue& time, double value, double w) {
   if (!fCurve || !fHandle) return;
-  const unsigned index = fHandle->index();
   // The handle may name a key of another curve, or one that is gone.
-  if (index == kNoIndex || fCurve->keyframe(index) != fHandle->keyframe()) return;
-  restoreKey(*fCurve, index, time, value, w);
+  if (fHandle->paramCurve() != fCurve || fHandle->index() == kNoIndex) return;
+  fCurve->moveForDeltaUndoRedo(fHandle, time, value, w,
+                               static_cast<TparamCurve::TmoveOption>(fMoveOption));
+}
+
+// --- TPCDdragSegment ---------------------------------------------------------------------
+
+TPCDdragSegment::TPCDdragSegment(TparamCurve* curve, TkeyframeHandlePtrArray handles,
+                                 const TtimeValue& timeOffset, double valueOffset, int moveOption,
+                                 bool moveBreakdowns)
+    : TparamCurveDelta(curve),
+      fHandles(std::move(handles)),
+      fTimeOffset(timeOffset),
+      fValueOffset(valueOffset),
+      fMoveOption(moveOption),
+      fMoveBreakdowns(moveBreakdowns) {}
+
+TPCDdragSegment::~TPCDdragSegment() {
+  for (unsigned i = 0; i < fHandles.count(); ++i) delete fHandles[i];
+}
+
+Tmetaclass* TPCDdragSegment::typeof() const {
+  return TPCDdragSegmentTmeta;
+}
+
+void* TPCDdragSegment::cast(Tmetaclass* record) {
+  if (record && record == TPCDdragSegmentTmeta) return this;
+  return TparamCurveDelta::cast(record);
+}
+
+void TPCDdragSegment::undo() {
+  apply(/*forward=*/false);
+  setUndone(true);
+}
+
+void TPCDdragSegment::redo() {
+  apply(/*forward=*/true);
+  setUndone(false);
+}
+
+void TPCDdragSegment::apply(bool forward) {
+  if (!fCurve || fHandles.count() == 0) return;
+  const TtimeValue offset = forward ? fTimeOffset : -fTimeOffset;
+  Access::moveBlockForDeltaUndoRedo(
+      *fCurve, fHandles, offset, forward ? fValueOffset : -fValueOffset,
+      static_cast<TparamCurve::TmoveOption>(fMoveOption), fMoveBreakdowns);
 }
 
 // --- TPCDdragTan -------------------------------------------------------------------------
@@ -158,7 +220,7 @@ void TPCDdragTan::replayDrag(float x, float y) {
 
 namespace {
 
-constinit internal::TrecordSet<2> sRecords;
+constinit internal::TrecordSet<3> sRecords;
 
 }  // namespace
 
@@ -167,6 +229,8 @@ namespace internal {
 void startDragDeltaRecords() {
   const TrecordRow rows[] = {
       {&TPCDdragKeyTmeta, "TPCDdragKey", sizeof(TPCDdragKey), nullptr, &TparamCurveDeltaTmeta},
+      {&TPCDdragSegmentTmeta, "TPCDdragSegment", sizeof(TPCDdragSegment), nullptr,
+       &TparamCurveDeltaTmeta},
       {&TPCDdragTanTmeta, "TPCDdragTan", sizeof(TPCDdragTan), nullptr, &TparamCurveDeltaTmeta},
   };
   sRecords.start(rows);

@@ -1,5 +1,5 @@
-// Undo records of interactive drags: a key moved in time and value, and one
-// side of a key's tangent moved.
+// Undo records of interactive drags: a key moved in time and value, a block
+// of keys moved by one offset, and one side of a key's tangent moved.
 //
 //   curve.beginMod();
 //   curve.dragTangent(0, 1.0f, 2.0f, /*inSide=*/false);   // records a TPCDdragTan
@@ -8,12 +8,26 @@
 //
 // Consecutive drags of one key merge into one TPCDdragKey when they are
 // gathered (see TparamCurveDeltaComp::merge); tangent drags never merge.
+//
+// Things that surprise people:
+//  * The drag records that a curve's own moves make while it records share
+//    the full states of the keys those moves changed. When the last of them
+//    is undone, every key goes back to its state from before the first
+//    move, bit for bit and in one pass; when the last is redone, to its
+//    state after the last move. A record made by hand replays its own
+//    times and values through TparamCurve::moveForDeltaUndoRedo.
+//  * Replaying a drag lets keys pass each other, whatever option the drag
+//    used: keys go back one at a time, and one may have to pass a key that
+//    has not gone back yet.
 #pragma once
+
+#include <memory>
 
 #include "lumora/base/export.h"
 #include "lumora/base/metaclass.h"
 #include "lumora/base/time_value.h"
 #include "lumora/curve/param_curve.h"
+#include "lumora/keys/keyframe_handle.h"
 #include "lumora/keys/tangent_type.h"
 #include "lumora/notify/param_curve_delta.h"
 
@@ -21,22 +35,32 @@ namespace lumora {
 
 class TkeyframeHandle;
 
+namespace internal {
+class TmoveJournal;
+}
+
 // Records of these classes; null while the module is stopped.
 extern LUMORA_API Tmetaclass* TPCDdragKeyTmeta;
+extern LUMORA_API Tmetaclass* TPCDdragSegmentTmeta;
 extern LUMORA_API Tmetaclass* TPCDdragTanTmeta;
 
 /// One key dragged from (oldTime, oldValue, oldW) to (newTime, newValue,
 /// newW). The handle names the key and is owned by the delta.
 ///
 /// Undo and redo put the handle's key, when it is in this delta's curve, to
-/// the recorded time, value and quaternion W. A key that passes a neighbour
-/// is re-sorted as the same object, so handles to it stay valid. A null
-/// handle makes undo and redo do nothing.
+/// the recorded time, value and quaternion W (moveForDeltaUndoRedo). A key
+/// that passes a neighbour is re-sorted as the same object, so handles to it
+/// stay valid. A null handle makes undo and redo do nothing. Records that
+/// share a move journal put the journal's states back instead (see above).
+///
+/// `dictionaryMove` is the dictionary-move flag of the move that made the
+/// record: such records are appended to the gathered delta whole, never
+/// merged into an earlier drag.
 class LUMORA_API TPCDdragKey : public TparamCurveDelta {
  public:
   TPCDdragKey(TparamCurve* curve, TkeyframeHandle* handle, const TtimeValue& oldTime,
               const TtimeValue& newTime, double oldValue, double newValue, double oldW, double newW,
-              int moveOption);
+              int moveOption, bool dictionaryMove = false);
   ~TPCDdragKey() override;
 
   Tmetaclass* typeof() const override;
@@ -52,11 +76,17 @@ class LUMORA_API TPCDdragKey : public TparamCurveDelta {
   double oldW() const { return fOldW; }
   double newW() const { return fNewW; }
   int moveOption() const { return fMoveOption; }
+  bool dictionaryMove() const { return fDictionaryMove; }
   /// Replaces the start of the drag (used when an earlier drag is merged in).
   void setOldState(const TtimeValue& time, double value, double w);
+  /// Joins the group of records that share `journal` (the curve's moves do).
+  void setJournal(std::shared_ptr<internal::TmoveJournal> journal);
 
  private:
   void apply(const TtimeValue& time, double value, double w);
+
+  std::shared_ptr<internal::TmoveJournal> fJournal;
+  bool fDictionaryMove = false;
 
   TtimeValue fOldTime;
   TtimeValue fNewTime;
@@ -66,6 +96,42 @@ class LUMORA_API TPCDdragKey : public TparamCurveDelta {
   double fNewW;
   int fMoveOption;
   TkeyframeHandle* fHandle;
+};
+
+/// A block of keys moved by one time and value offset.
+///
+/// Undo moves the keys by -timeOffset and -valueOffset, measured from where
+/// they are then; redo by +timeOffset and +valueOffset. The keys may pass
+/// other keys on the way (the recorded option is used as it is; the default,
+/// kMovePassRelative, passes). Keys that left the curve are skipped. The
+/// curve's open move edit, if any, is left as it is.
+class LUMORA_API TPCDdragSegment : public TparamCurveDelta {
+ public:
+  /// Takes ownership of the handles.
+  TPCDdragSegment(TparamCurve* curve, TkeyframeHandlePtrArray handles, const TtimeValue& timeOffset,
+                  double valueOffset, int moveOption = TparamCurve::kMovePassRelative,
+                  bool moveBreakdowns = true);
+  ~TPCDdragSegment() override;
+
+  Tmetaclass* typeof() const override;
+  void* cast(Tmetaclass* record) override;
+  void undo() override;
+  void redo() override;
+
+  const TkeyframeHandlePtrArray& handles() const { return fHandles; }
+  const TtimeValue& timeOffset() const { return fTimeOffset; }
+  double valueOffset() const { return fValueOffset; }
+  int moveOption() const { return fMoveOption; }
+  bool moveBreakdowns() const { return fMoveBreakdowns; }
+
+ private:
+  void apply(bool forward);
+
+  TkeyframeHandlePtrArray fHandles;
+  TtimeValue fTimeOffset;
+  double fValueOffset;
+  int fMoveOption;
+  bool fMoveBreakdowns;
 };
 
 /// One side's tangent of key `index` changed (its vector, its type or both).

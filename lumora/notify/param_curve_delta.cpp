@@ -2,8 +2,12 @@
 // type records of those.
 #include "lumora/notify/param_curve_delta.h"
 
+#include <bit>
 #include <cassert>
 #include <cmath>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
 
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/notify/drag_deltas.h"
@@ -39,6 +43,42 @@ TPCDdragKey* asDragKey(Tdelta* delta) {
 }
 
 }  // namespace
+
+namespace internal {
+
+// The drag records of a composite by the curve and the time they ended at,
+// each bucket listing the children's places in list order.
+class TdragMergeIndex {
+ public:
+  struct Tkey {
+    const TparamCurve* curve;
+    std::uint32_t seconds;  // bits of the end time in seconds (0 for -0)
+    bool operator==(const Tkey&) const = default;
+  };
+  struct Thash {
+    std::size_t operator()(const Tkey& k) const {
+      const auto c = reinterpret_cast<std::uintptr_t>(k.curve);
+      return std::hash<std::uint64_t>()((static_cast<std::uint64_t>(c) << 7) ^ k.seconds);
+    }
+  };
+
+  // The bucket key of `time`; false for a time equal to no time (NaN).
+  static bool keyOf(const TparamCurve* curve, const TtimeValue& time, Tkey& key) {
+    float seconds = time.inSeconds();
+    if (std::isnan(seconds)) return false;
+    // Every pair of times that compare equal has equal seconds, so a bucket
+    // holds every candidate; candidates are then compared exactly.
+    if (seconds == 0.0f) seconds = 0.0f;
+    key = {curve, std::bit_cast<std::uint32_t>(seconds)};
+    return true;
+  }
+
+  std::unordered_map<Tkey, std::vector<unsigned>, Thash> buckets;
+  unsigned indexedUpTo = 0;
+  unsigned holes = 0;
+};
+
+}  // namespace internal
 
 bool isDeltaOfType(const Tdelta* delta, const Tmetaclass* record) {
   if (!delta || !record) return false;
@@ -110,49 +150,15 @@ bool TparamCurveDelta::detachKey(TparamCurve& curve, Tkeyframe* key, bool refres
   return true;
 }
 
-void TparamCurveDelta::restoreKey(TparamCurve& curve, unsigned index, const TtimeValue& time,
-                                  double value, double w) {
-  Tkeyframe* key = curve.keyframe(index);
-  if (!key) return;
-  if (!Access::beginChange(curve)) return;
-  TkeyArray* array = Access::keyArray(curve);
-  assert(array && "a key found in the curve means it has key storage");
-  const TtimeValue before = curve.timeValue(key);
-  unsigned now = index;
-  if (!curve.setTime(index, time) && !array->keyOrderValid(index)) {
-    // The key passed a neighbour: move the same object to its new place.
-    array->removeKey(index);
-    if (array->insertKey(key, now) != 0) {
-      // Another key holds that time; the key keeps the time it had.
-      key->setTime(before);
-      if (array->insertKey(key, now) != 0) {
-        now = index;
-        array->putBack(key, index);
-      }
-    }
-    Access::invalidateCache(curve, -1);
-  }
-  if (std::isnan(w)) {
-    curve.setValue(now, value);
-  } else {
-    curve.setValue(now, value, static_cast<float>(w));
-  }
-  // Tangents follow the new spacing at both the old and the new place.
-  const unsigned n = curve.keyframeCount();
-  for (const unsigned i : {index > 0 ? index - 1 : 0u, index, now}) {
-    if (i >= n) continue;
-    Access::setSpanInterpMethod(curve, i);
-    Access::modifyTangents(curve, i);
-  }
-  Access::endChange(curve, true);
-}
-
 // --- TparamCurveDeltaComp ----------------------------------------------------------------
 
 TparamCurveDeltaComp::TparamCurveDeltaComp()
     : fEntries(/*elementSize=*/4, /*capacity=*/0, /*allowDuplicates=*/false) {}
 
-TparamCurveDeltaComp::~TparamCurveDeltaComp() = default;
+TparamCurveDeltaComp::~TparamCurveDeltaComp() {
+  // The base deletes the children in an order that must not meet empty places.
+  compact();
+}
 
 Tmetaclass* TparamCurveDeltaComp::typeof() const {
   return TparamCurveDeltaCompTmeta;
@@ -176,6 +182,7 @@ bool TparamCurveDeltaComp::merge(Tdelta* delta) {
 bool TparamCurveDeltaComp::merge(TparamCurveDeltaComp* other) {
   if (!other) return true;
   if (other == this) return false;
+  other->compact();
   const unsigned n = other->fChildren.count();
   for (unsigned i = 0; i < n; ++i) merge(other->fChildren[i]);
   other->reset();
@@ -187,24 +194,86 @@ bool TparamCurveDeltaComp::merge(TparamCurveDelta* delta) {
   if (!delta) return true;
   TPCDdragKey* drag = asDragKey(delta);
   if (!drag) return false;
+  if (!fDragIndex) fDragIndex = std::make_unique<internal::TdragMergeIndex>();
+  internal::TdragMergeIndex& index = *fDragIndex;
+  // Children that arrived since the last merge join the index first.
   const unsigned n = fChildren.count();
-  for (unsigned i = 0; i < n; ++i) {
-    TPCDdragKey* earlier = asDragKey(fChildren[i]);
-    if (!earlier || earlier == drag || earlier->curve() != drag->curve()) continue;
-    if (earlier->newTime() != drag->oldTime()) continue;
+  for (unsigned i = index.indexedUpTo; i < n; ++i) {
+    const TPCDdragKey* child = asDragKey(fChildren.data()[i]);
+    internal::TdragMergeIndex::Tkey key{};
+    if (child && internal::TdragMergeIndex::keyOf(child->curve(), child->newTime(), key)) {
+      index.buckets[key].push_back(i);
+    }
+  }
+  index.indexedUpTo = n;
+
+  internal::TdragMergeIndex::Tkey key{};
+  if (!internal::TdragMergeIndex::keyOf(drag->curve(), drag->oldTime(), key)) return false;
+  const auto bucket = index.buckets.find(key);
+  if (bucket == index.buckets.end()) return false;
+  std::vector<unsigned>& places = bucket->second;
+  for (std::size_t p = 0; p < places.size(); ++p) {
+    auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[places[p]]);
+    if (earlier == drag || earlier->newTime() != drag->oldTime()) continue;
     if (!(std::fabs(earlier->newValue() - drag->oldValue()) < kDragValueTolerance)) continue;
     drag->setOldState(earlier->oldTime(), earlier->oldValue(), earlier->oldW());
-    fChildren.removeAt(i);
+    // The earlier record's place stays empty until the list is compacted,
+    // so that no merge moves the children after it.
+    fChildren.data()[places[p]] = nullptr;
+    places.erase(places.begin() + static_cast<std::ptrdiff_t>(p));
+    if (places.empty()) index.buckets.erase(bucket);
+    ++index.holes;
     delete earlier;
     fChildren.addLast(drag);
+    if (fMergeBatch == 0 || (index.holes > 64 && index.holes > fChildren.count() / 2)) compact();
     return true;
   }
   return false;
 }
 
+void TparamCurveDeltaComp::compact() {
+  if (!fDragIndex || fDragIndex->holes == 0) return;
+  internal::TdragMergeIndex& index = *fDragIndex;
+  Tdelta** children = fChildren.data();
+  const unsigned n = fChildren.count();
+  // Where each child goes; the index follows its children instead of being
+  // built again.
+  std::vector<unsigned> moved(n);
+  unsigned kept = 0;
+  unsigned indexedKept = 0;
+  for (unsigned i = 0; i < n; ++i) {
+    if (i == index.indexedUpTo) indexedKept = kept;
+    moved[i] = kept;
+    if (children[i] != nullptr) children[kept++] = children[i];
+  }
+  if (index.indexedUpTo >= n) indexedKept = kept;
+  fChildren.changeLogicalSizeTo(kept);
+  for (auto& [key, places] : index.buckets) {
+    for (unsigned& place : places) place = moved[place];
+  }
+  index.indexedUpTo = indexedKept;
+  index.holes = 0;
+}
+
+void TparamCurveDeltaComp::endMergeBatch() {
+  if (fMergeBatch == 0) return;
+  if (--fMergeBatch == 0) compact();
+}
+
+void TparamCurveDeltaComp::undo() {
+  compact();
+  TdeltaComposite::undo();
+}
+
+void TparamCurveDeltaComp::redo() {
+  compact();
+  TdeltaComposite::redo();
+}
+
 void TparamCurveDeltaComp::addLast(Tdelta* delta) {
   if (!delta || delta == this) return;
   if (TparamCurveDeltaComp* composite = asCurveComposite(delta)) {
+    composite->compact();
     const unsigned n = composite->fChildren.count();
     for (unsigned i = 0; i < n; ++i) addLast(composite->fChildren[i]);
     return;
@@ -218,10 +287,12 @@ void TparamCurveDeltaComp::addLast(Tdelta* delta) {
 
 void TparamCurveDeltaComp::reset() {
   fChildren.changeLogicalSizeTo(0);
+  fDragIndex.reset();
 }
 
 void TparamCurveDeltaComp::releaseFlattened(TparamCurveDeltaComp* flattened) {
   if (!flattened) return;
+  flattened->compact();
   const unsigned n = flattened->fChildren.count();
   for (unsigned i = 0; i < n; ++i) {
     releaseFlattened(asCurveComposite(flattened->fChildren[i]));

@@ -33,6 +33,7 @@
 //    merges and composites nest instead of flattening.
 #pragma once
 
+#include <memory>
 #include <utility>
 
 #include "lumora/base/export.h"
@@ -46,6 +47,10 @@
 #include "lumora/notify/key_states.h"
 
 namespace lumora {
+
+namespace internal {
+class TdragMergeIndex;
+}
 
 // Records of the base and composite curve delta classes; null while the
 // module is stopped. (TdeltaTmeta and TdeltaCompositeTmeta are declared in
@@ -112,14 +117,6 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
   /// not in the curve or the change is refused. The caller owns the key
   /// afterwards.
   static bool detachKey(TparamCurve& curve, Tkeyframe* key, bool refreshNewFirst);
-  /// Puts key `index` back to `time`, `value` and quaternion `w` inside one
-  /// change scope, re-sorting the key object within the array when the new
-  /// time breaks the order (the object is kept, so handles stay valid), and
-  /// recomputes the tangents around its old and new places. Nothing when the
-  /// key is missing or the scope is refused.
-  static void restoreKey(TparamCurve& curve, unsigned index, const TtimeValue& time, double value,
-                         double w);
-
   /// Runs `step`, a kind's own undo (or, with `after`, redo), inside one
   /// change scope, then puts back the recorded key states from before (or
   /// after) the edit. Without a curve, or when the scope is refused, the step
@@ -147,12 +144,22 @@ class LUMORA_API TparamCurveDelta : public Tdelta {
 /// `merge` of a drag-key delta may fold it into an earlier drag of the same
 /// key (see merge(TparamCurveDelta*)); everything else is appended. The
 /// composite owns its children.
+///
+/// Finding the earlier drag takes constant time however many children the
+/// composite has: drag records are indexed by where they ended. Inside a
+/// merge batch (a curve opens one for each move operation) a merged-in
+/// record leaves an empty place, squeezed out in bulk when the batch ends,
+/// so that a drag of many keys does not shift the list once per key; every
+/// operation that walks the children squeezes them out first.
 class LUMORA_API TparamCurveDeltaComp : public TdeltaComposite {
  public:
   // --- Construction ----------------------------------------------------------------------
 
   TparamCurveDeltaComp();
   ~TparamCurveDeltaComp() override;
+
+  void undo() override;
+  void redo() override;
 
   // --- Type ------------------------------------------------------------------------------
 
@@ -187,6 +194,12 @@ class LUMORA_API TparamCurveDeltaComp : public TdeltaComposite {
   /// Forgets the children without deleting them (they have been handed to
   /// another composite).
   void reset();
+  /// Squeezes out the places that merged drag records left.
+  void compact();
+  /// Lets merges leave empty places until the matching endMergeBatch (which
+  /// squeezes them out). Batches nest.
+  void beginMergeBatch() { ++fMergeBatch; }
+  void endMergeBatch();
   /// Deletes a curve composite that addLast has flattened, together with the
   /// nested curve composites it held, without touching the children that
   /// were handed on. Null is ignored.
@@ -195,6 +208,9 @@ class LUMORA_API TparamCurveDeltaComp : public TdeltaComposite {
  private:
   // Kept for future use: a sorted array of 32-bit entries, created empty.
   TsortedArray fEntries;
+  // Where drag records ended, for merging; built as children arrive.
+  std::unique_ptr<internal::TdragMergeIndex> fDragIndex;
+  unsigned fMergeBatch = 0;
 };
 
 /// The host's record of one user action over any number of curves.

@@ -188,10 +188,12 @@ TEST_F(CurveDeltas, EveryFamilyRegistersItsRecordsUnderTheBase) {
       {&TPCDblockAddRemoveKeyTmeta, "TPCDblockAddRemoveKey", &TparamCurveDeltaTmeta},
       {&TPCDcurveDeltaTmeta, "TPCDcurveDelta", &TparamCurveDeltaTmeta},
       {&TPCDdragKeyTmeta, "TPCDdragKey", &TparamCurveDeltaTmeta},
+      {&TPCDdragSegmentTmeta, "TPCDdragSegment", &TparamCurveDeltaTmeta},
       {&TPCDdragTanTmeta, "TPCDdragTan", &TparamCurveDeltaTmeta},
       {&TPCDinfinityTypeTmeta, "TPCDinfinityType", &TparamCurveDeltaTmeta},
       {&TPCDweightedTangentsTmeta, "TPCDweightedTangents", &TparamCurveDeltaTmeta},
       {&TPCDrotationInterpolationTmeta, "TPCDrotationInterpolation", &TparamCurveDeltaTmeta},
+      {&TPCDbreakdownTmeta, "TPCDbreakdown", &TparamCurveDeltaTmeta},
   };
   internal::startDeltaRecords();  // a second start changes nothing
   for (const Trow& row : rows) {

@@ -9,6 +9,7 @@ namespace lumora {
 Tmetaclass* TPCDinfinityTypeTmeta = nullptr;
 Tmetaclass* TPCDweightedTangentsTmeta = nullptr;
 Tmetaclass* TPCDrotationInterpolationTmeta = nullptr;
+Tmetaclass* TPCDbreakdownTmeta = nullptr;
 
 // --- TPCDinfinityType --------------------------------------------------------------------
 
@@ -103,11 +104,44 @@ void TPCDrotationInterpolation::redo() {
   setUndone(false);
 }
 
+// --- TPCDbreakdown ----------------------------------------------------------------------
+
+TPCDbreakdown::TPCDbreakdown(TparamCurve* curve, unsigned index, bool breakdown)
+    : TparamCurveDelta(curve), fBreakdown(breakdown), fIndex(index) {}
+
+Tmetaclass* TPCDbreakdown::typeof() const {
+  return TPCDbreakdownTmeta;
+}
+
+void* TPCDbreakdown::cast(Tmetaclass* record) {
+  if (record && record == TPCDbreakdownTmeta) return this;
+  return TparamCurveDelta::cast(record);
+}
+
+void TPCDbreakdown::undo() {
+  swap();
+  setUndone(true);
+}
+
+void TPCDbreakdown::redo() {
+  swap();
+  setUndone(false);
+}
+
+void TPCDbreakdown::swap() {
+  if (!fCurve || fIndex >= fCurve->keyframeCount()) return;
+  const bool before = fCurve->breakdown(fIndex);
+  // A refused change leaves the stored mark as it was.
+  if (fCurve->setBreakdown(fIndex, fBreakdown) && fCurve->breakdown(fIndex) != before) {
+    fBreakdown = before;
+  }
+}
+
 // --- Type records ------------------------------------------------------------------------
 
 namespace {
 
-constinit internal::TrecordSet<3> sRecords;
+constinit internal::TrecordSet<4> sRecords;
 
 }  // namespace
 
@@ -121,6 +155,8 @@ void startSettingDeltaRecords() {
        &TparamCurveDeltaTmeta},
       {&TPCDrotationInterpolationTmeta, "TPCDrotationInterpolation",
        sizeof(TPCDrotationInterpolation), nullptr, &TparamCurveDeltaTmeta},
+      {&TPCDbreakdownTmeta, "TPCDbreakdown", sizeof(TPCDbreakdown), nullptr,
+       &TparamCurveDeltaTmeta},
   };
   sRecords.start(rows);
 }

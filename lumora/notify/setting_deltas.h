@@ -1,5 +1,5 @@
-// Undo records of curve-wide settings: the infinity types, the weighted
-// flag and the rotation interpolation mode.
+// Undo records of settings: the infinity types, the weighted flag, the
+// rotation interpolation mode, and the breakdown mark of one key.
 //
 //   curve.beginMod();
 //   curve.setPostInfinityType(TparamCurve::kCycle);   // records a TPCDinfinityType
@@ -21,6 +21,7 @@ namespace lumora {
 extern LUMORA_API Tmetaclass* TPCDinfinityTypeTmeta;
 extern LUMORA_API Tmetaclass* TPCDweightedTangentsTmeta;
 extern LUMORA_API Tmetaclass* TPCDrotationInterpolationTmeta;
+extern LUMORA_API Tmetaclass* TPCDbreakdownTmeta;
 
 /// A pre- or post-infinity type change.
 class LUMORA_API TPCDinfinityType : public TparamCurveDelta {
@@ -81,6 +82,28 @@ class LUMORA_API TPCDrotationInterpolation : public TparamCurveDelta {
  private:
   TparamCurve::TrotationInterpolation fOldMode;
   TparamCurve::TrotationInterpolation fNewMode;
+};
+
+/// The breakdown mark of key `index` changed; `breakdown` is the mark to put
+/// back. Undo and redo are the same swap: each sets the stored mark and keeps
+/// the one it replaced. An index out of range makes them do nothing.
+class LUMORA_API TPCDbreakdown : public TparamCurveDelta {
+ public:
+  TPCDbreakdown(TparamCurve* curve, unsigned index, bool breakdown);
+
+  Tmetaclass* typeof() const override;
+  void* cast(Tmetaclass* record) override;
+  void undo() override;
+  void redo() override;
+
+  bool breakdown() const { return fBreakdown; }
+  unsigned index() const { return fIndex; }
+
+ private:
+  void swap();
+
+  bool fBreakdown;
+  unsigned fIndex;
 };
 
 }  // namespace lumora

@@ -69,6 +69,16 @@ class TcurveDeltaAccess {
     curve.checkStaticValueCondition(index);
   }
 
+  // --- Moves ------------------------------------------------------------------------------
+
+  /// Moves the keys of `handles` by `offset` and `valueOffset` through a
+  /// move list of its own, leaving the curve's open move edit alone.
+  static bool moveBlockForDeltaUndoRedo(TparamCurve& curve, const TkeyframeHandlePtrArray& handles,
+                                        const TtimeValue& offset, double valueOffset,
+                                        TparamCurve::TmoveOption option, bool moveBreakdowns) {
+    return curve.moveBlockForDeltaUndoRedo(handles, offset, valueOffset, option, moveBreakdowns);
+  }
+
   // --- Change scopes and messages ------------------------------------------------------------
 
   /// Opens a change scope; false when the helpers refuse the change.

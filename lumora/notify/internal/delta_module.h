@@ -10,8 +10,8 @@
 
 namespace lumora::internal {
 
-/// Creates the thirteen records of Tdelta, TdeltaComposite, TparamCurveDelta,
-/// TparamCurveDeltaComp and the nine curve delta kinds, and publishes them
+/// Creates the fifteen records of Tdelta, TdeltaComposite, TparamCurveDelta,
+/// TparamCurveDeltaComp and the eleven curve delta kinds, and publishes them
 /// through their exported pointers: the base records first, then each family
 /// below in the order listed.
 void startDeltaRecords();

@@ -1,0 +1,88 @@
+// The full states of the keys that the recorded moves of one modification
+// changed, before the first of those moves and after the last.
+//
+// Drag records (TPCDdragKey) of one key merge into one record from the
+// drag's start to its end, and the records of a whole drag end up in an
+// order that no longer says which key has to go back first. Putting keys
+// back one at a time could therefore stop a key at a neighbour that has not
+// gone back yet, or land it on a time another key still holds, and the
+// tangents the rules compute on the way back need not be the ones the keys
+// had (they may have been written directly). So while a curve records, its
+// moves note here the state of every key they are about to change, once,
+// and after each move operation the state of each such key as it is now:
+//
+//   journal->noteBefore(key);    // before the first change of `key`
+//   ... the move ...
+//   journal->captureAfter();     // after each outermost move operation
+//
+// The drag records of the modification share the journal. When the last of
+// them is undone (the whole group has been undone), the journal puts every
+// noted key back to its state from before, re-sorting the key array in one
+// pass; when the last of them is redone, to its state from after. Keys stay
+// the same objects throughout. Not installed.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <unordered_map>
+#include <vector>
+
+#include "lumora/keys/key_watch.h"
+#include "lumora/keys/keyframe.h"
+
+namespace lumora {
+
+class TparamCurve;
+
+namespace internal {
+
+class TmoveJournal {
+ public:
+  explicit TmoveJournal(TparamCurve& curve) : fCurve(&curve) {}
+  TmoveJournal(const TmoveJournal&) = delete;
+  TmoveJournal& operator=(const TmoveJournal&) = delete;
+
+  /// Notes the state of `key` now, unless it was noted already in this
+  /// modification. The curve's static flag is noted with the first key.
+  void noteBefore(Tkeyframe* key);
+  /// Takes the state after the operation of every key noted since the
+  /// last capture, and the static flag.
+  void captureAfter();
+
+  /// A drag record joined or left the group.
+  void addMember() { ++fMembers; }
+  void removeMember() {
+    if (fMembers > 0) --fMembers;
+  }
+  /// A member was undone (redone); the last of the group puts the states back.
+  void memberUndone();
+  void memberRedone();
+
+  /// Keys noted so far.
+  std::size_t size() const { return fEntries.size(); }
+
+ private:
+  struct Tentry {
+    TkeyPointer key;
+    Tkeyframe before;
+    Tkeyframe after;
+    bool hasAfter = false;
+    bool pending = false;  // listed for the next capture
+  };
+  /// Puts the noted states back into the keys that are in the curve.
+  void restore(bool after);
+
+  TparamCurve* fCurve;
+  std::deque<Tentry> fEntries;
+  std::unordered_map<const Tkeyframe*, Tentry*> fByKey;
+  std::vector<Tentry*> fSinceCapture;
+  bool fHasStatic = false;
+  bool fStaticBefore = false;
+  bool fStaticAfter = false;
+  unsigned fMembers = 0;
+  unsigned fUndoneMembers = 0;
+  unsigned fRedoneMembers = 0;
+};
+
+}  // namespace internal
+}  // namespace lumora
