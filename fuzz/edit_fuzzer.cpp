@@ -3,6 +3,7 @@
 // handles kept across edits, recordings undone and redone on an undo stack)
 // and checks the curves after every step. See edit_sequence.h.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -21,6 +22,7 @@
 #include "lumora/base/time_arrays.h"
 #include "lumora/base/time_value.h"
 #include "lumora/base/typed_array.h"
+#include "lumora/curve/curve_sampler.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/keyframe_handle.h"
@@ -113,6 +115,11 @@ struct TcurveSlot {
   // A host's cursor, kept across edits and curve replacements: it must notice
   // every one of them.
   TevalCursor cursor;
+  // A snapshot taken at the previous check and what it answered then: no
+  // edit, replacement or destruction of the curve since may change that.
+  TcurveSampler sampler;
+  float sampledAt = 0.0f;
+  double sampled = 0.0;
   std::unique_ptr<TparamCurve> curve;
   std::unique_ptr<TparamCurveDeltaUser> recording;
   std::unique_ptr<TcurveSnapshot> recordingStart;
@@ -396,6 +403,16 @@ void checkAll(Treader& in) {
         nearCycledKey(curve, t) ? std::string()
                                 : checkCursorAgreesWithFreshCopy(curve, gState->slots[c].cursor, t);
     expect(cursor.empty(), format("curve %u: %s", c, cursor.c_str()));
+    TcurveSlot& slot = gState->slots[c];
+    const double again = slot.sampler.evaluate(slot.sampledAt);
+    expect(std::bit_cast<std::uint64_t>(again) == std::bit_cast<std::uint64_t>(slot.sampled),
+           format("curve %u: a sampler answered %.17g at %.9g s, %.17g before later edits", c,
+                  again, static_cast<double>(slot.sampledAt), slot.sampled));
+    slot.sampler = TcurveSampler(curve);
+    const std::string sampler = checkSamplerAgreesWithCurve(curve, slot.sampler, t);
+    expect(sampler.empty(), format("curve %u: %s", c, sampler.c_str()));
+    slot.sampledAt = t;
+    slot.sampled = slot.sampler.evaluate(t);
     const auto& kept = gState->slots[c].observer->fKept;
     for (std::size_t i = 0; i < kept.size(); ++i) checkHandle(kept[i], "message", i);
   }

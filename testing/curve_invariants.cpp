@@ -6,6 +6,8 @@
 #include <cstdio>
 
 #include "lumora/base/time_value.h"
+#include "lumora/curve/curve_sampler.h"
+#include "lumora/curve/eval_cursor.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/keys/keyframe.h"
 
@@ -132,6 +134,23 @@ std::string checkCursorAgreesWithFreshCopy(const TparamCurve& curve, TevalCursor
   TevalCursor timeCursor;
   return compareBits("a fresh cursor (time value)", seconds, seconds,
                      curve.evaluate(time, timeCursor), freshTimes.evaluate(time));
+}
+
+std::string checkSamplerAgreesWithCurve(const TparamCurve& curve, const TcurveSampler& sampler,
+                                        float seconds) {
+  TevalCursor fresh;
+  const double expected = curve.evaluate(seconds, fresh);
+  std::string d = compareBits("a sampler", seconds, seconds, sampler.evaluate(seconds), expected);
+  if (!d.empty()) return d;
+  const double times[] = {static_cast<double>(seconds)};
+  double batch[] = {0.0};
+  if (!sampler.evaluate(1, times, batch)) return "a sampler refused a one-time array";
+  d = compareBits("a sampler's array call", seconds, seconds, batch[0], expected);
+  if (!d.empty()) return d;
+  const TtimeValue time = curve.makeTimeValue(seconds);
+  TevalCursor freshTimes;
+  return compareBits("a sampler (time value)", seconds, seconds, sampler.evaluate(time),
+                     curve.evaluate(time, freshTimes));
 }
 
 }  // namespace lumora

@@ -14,6 +14,7 @@
 
 namespace lumora {
 
+class TcurveSampler;
 class TevalCursor;
 class TparamCurve;
 
@@ -40,5 +41,11 @@ std::string checkEvaluationIndependentOfCache(TparamCurve& curve, float seconds,
 /// A fresh cursor must give the bits of a fresh copy everywhere, both forms.
 std::string checkCursorAgreesWithFreshCopy(const TparamCurve& curve, TevalCursor& kept,
                                            float seconds);
+
+/// A sampler built from `curve` as it is now must answer what the curve
+/// answers from an empty cache, bit for bit, at `seconds` in both time forms
+/// and through the array call.
+std::string checkSamplerAgreesWithCurve(const TparamCurve& curve, const TcurveSampler& sampler,
+                                        float seconds);
 
 }  // namespace lumora
