@@ -1,7 +1,8 @@
-// Many threads sampling one curve while another thread copies it and edits
-// the copy. Run under the thread sanitizer (preset "tsan") this proves that
-// evaluation through cursors reads the curve only; in every build it checks
-// that each thread got exactly the bits a single thread gets.
+// Many threads sampling one curve, and shared samplers of it, while another
+// thread copies the curve, edits the copy and builds samplers of that. Run
+// under the thread sanitizer (preset "tsan") this proves that evaluation
+// through cursors and samplers reads shared state only; in every build it
+// checks that each thread got exactly the bits a single thread gets.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "lumora/curve/curve_sampler.h"
 #include "lumora/curve/eval_cursor.h"
 #include "lumora/curve/param_curve.h"
 #include "testing/reference_curves.h"
@@ -103,6 +105,81 @@ TEST(ConcurrentSampling, CursorsOnOneCurveWhileACopyIsEdited) {
     copy.setPostInfinityType(TparamCurve::kLinear);
     TevalCursor cursor;
     for (float t = -10.0f; t < 200.0f; t += 0.5f) (void)copy.evaluate(t, cursor);
+    ++rounds;
+  }
+  for (std::thread& th : threads) th.join();
+  EXPECT_EQ(mismatches.load(), 0u);
+}
+
+TEST(ConcurrentSampling, SharedSamplersWhileNewOnesAreBuilt) {
+  const std::vector<TparamCurve> curves = sharedCurves();
+  std::vector<TcurveSampler> samplers;
+  for (const TparamCurve& c : curves) samplers.emplace_back(c);
+  std::vector<const TcurveSampler*> scene;
+  for (const TcurveSampler& s : samplers) scene.push_back(&s);
+
+  // What one thread gets: the curve from an empty cache, per time; and a
+  // whole scene frame per time.
+  struct Tjob {
+    const TcurveSampler* sampler;
+    std::vector<float> times;
+    std::vector<double> expected;
+    std::vector<double> frames;  // scene.size() values per time
+  };
+  std::vector<Tjob> jobs;
+  for (unsigned i = 0; i < kThreads; ++i) {
+    const TparamCurve& curve = curves[i % curves.size()];
+    Tjob job{&samplers[i % samplers.size()],
+             patternFor(i, curve.seconds(0u), curve.seconds(curve.keyframeCount() - 1)),
+             {},
+             {}};
+    for (float t : job.times) {
+      TevalCursor fresh;
+      job.expected.push_back(curve.evaluate(t, fresh));
+      for (const TparamCurve& other : curves) {
+        TevalCursor cursor;
+        job.frames.push_back(other.evaluate(t, cursor));
+      }
+    }
+    jobs.push_back(std::move(job));
+  }
+
+  std::atomic<unsigned> mismatches{0};
+  std::atomic<unsigned> finished{0};
+  std::vector<std::thread> threads;
+  for (const Tjob& job : jobs) {
+    threads.emplace_back([&job, &scene, &mismatches, &finished] {
+      std::vector<double> frame(scene.size());
+      for (unsigned pass = 0; pass < kPasses; ++pass) {
+        for (std::size_t k = 0; k < job.times.size(); ++k) {
+          if (bits(job.sampler->evaluate(job.times[k])) != bits(job.expected[k])) ++mismatches;
+          TcurveSampler::evaluateAll(static_cast<unsigned>(scene.size()), scene.data(),
+                                     job.times[k], frame.data());
+          for (std::size_t c = 0; c < frame.size(); ++c) {
+            if (bits(frame[c]) != bits(job.frames[k * scene.size() + c])) ++mismatches;
+          }
+        }
+      }
+      ++finished;
+    });
+  }
+  // Meanwhile: edited copies are compiled and sampled here, and each new
+  // sampler answers for its own copy only.
+  unsigned rounds = 0;
+  while (rounds < 20 || finished.load() < kThreads) {
+    TparamCurve copy(curves[rounds % curves.size()]);
+    copy.setValue(rounds % copy.keyframeCount(), -2.0 * rounds);
+    copy.remove(2);
+    const TcurveSampler fresh(copy);
+    copy.setValue(0u, 1e3);  // the snapshot must not see this
+    TparamCurve before(curves[rounds % curves.size()]);
+    before.setValue(rounds % before.keyframeCount(), -2.0 * rounds);
+    before.remove(2);
+    TevalCursor cursor;
+    for (float t = -10.0f; t < 200.0f; t += 0.75f) {
+      if (bits(fresh.evaluate(t)) != bits(before.evaluate(t, cursor))) ++mismatches;
+      cursor.reset();
+    }
     ++rounds;
   }
   for (std::thread& th : threads) th.join();

@@ -28,6 +28,19 @@ int main() {
   }
   if (!cursor.isCurrentFor(curve)) return 4;
 
+  // A sampler is a snapshot: it answers what a fresh copy of the curve did
+  // when it was built, whatever happens to the curve later.
+  const TcurveSampler sampler(curve);
+  TparamCurve before(curve);
+  curve.setValue(1u, 100.0);
+  for (float t = -1.0f; t < 4.0f; t += 0.125f) {
+    if (sampler.evaluate(t) != before.evaluate(t)) return 5;
+  }
+  const TcurveSampler* channels[] = {&sampler, nullptr};
+  double frame[2] = {0.0, 0.0};
+  if (!TcurveSampler::evaluateAll(2, channels, 0.5f, frame) || frame[0] != before.evaluate(0.5f))
+    return 6;
+
   // The README's example samples a cycling curve after an undone removal.
   std::printf("readme example: %.17g\n", readmeExample());
   return 0;
