@@ -43,6 +43,18 @@ const TparamCurve& randomSpline() {
   return curve;
 }
 
+// Random access, one evaluate call per time.
+void sampleOneByOne(benchmark::State& state, const TcurveSampler& sampler,
+                    const std::vector<float>& times) {
+  std::vector<double> values(times.size());
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < times.size(); ++i) values[i] = sampler.evaluate(times[i]);
+    benchmark::DoNotOptimize(values.data());
+    benchmark::ClobberMemory();
+  }
+  setSamples(state, times.size());
+}
+
 // --- Random access ---------------------------------------------------------------------
 
 void BM_SamplerRandomFloor(benchmark::State& state) {
@@ -61,13 +73,7 @@ BENCHMARK(BM_SamplerRandomFloor);
 void BM_SamplerRandom(benchmark::State& state) {
   const TcurveSampler sampler(randomSpline());
   const std::vector<float> times = bench::randomTimes(kRandomSamples, kRandomKeys - 1);
-  std::vector<double> values(times.size());
-  for (auto _ : state) {
-    for (std::size_t i = 0; i < times.size(); ++i) values[i] = sampler.evaluate(times[i]);
-    benchmark::DoNotOptimize(values.data());
-    benchmark::ClobberMemory();
-  }
-  setSamples(state, times.size());
+  sampleOneByOne(state, sampler, times);
 }
 BENCHMARK(BM_SamplerRandom);
 
@@ -103,13 +109,7 @@ BENCHMARK(BM_SamplerWeightedRandomFloor);
 void BM_SamplerWeightedRandom(benchmark::State& state) {
   const TcurveSampler sampler(*bench::makeOffThirdsCurve(kRandomKeys));
   const std::vector<float> times = bench::randomTimes(kRandomSamples, kRandomKeys - 1);
-  std::vector<double> values(times.size());
-  for (auto _ : state) {
-    for (std::size_t i = 0; i < times.size(); ++i) values[i] = sampler.evaluate(times[i]);
-    benchmark::DoNotOptimize(values.data());
-    benchmark::ClobberMemory();
-  }
-  setSamples(state, times.size());
+  sampleOneByOne(state, sampler, times);
 }
 BENCHMARK(BM_SamplerWeightedRandom);
 
