@@ -4,6 +4,7 @@
 // and checks the curves after every step. See edit_sequence.h.
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -29,6 +30,9 @@
 #include "lumora/notify/msg_depot.h"
 #include "lumora/notify/param_curve_delta.h"
 #include "lumora/notify/param_curve_msgs.h"
+#include "lumora/select/pick_key.h"
+#include "lumora/select/pick_key_dictionary.h"
+#include "lumora/select/pick_key_list.h"
 #include "testing/curve_invariants.h"
 #include "testing/curve_snapshot.h"
 
@@ -294,10 +298,13 @@ class TsilentEdit {
     const TparamCurve& curve = *gState->slots[c].curve;
     gState->slots[c].curve->generateCurveDeltas();
     fKeys = keyObjects(curve);
+    std::sort(fKeys.begin(), fKeys.end());
   }
   ~TsilentEdit() {
     if (!recording(fCurve)) return;
-    const std::vector<const Tkeyframe*> now = keyObjects(*gState->slots[fCurve].curve);
+    // Moving keys reorders the same objects, which the snapshot puts back.
+    std::vector<const Tkeyframe*> now = keyObjects(*gState->slots[fCurve].curve);
+    std::sort(now.begin(), now.end());
     if (now == fKeys) return;
     // A key object that an unrecorded edit deleted can only come back as a
     // new object with the same state; one it added goes and comes back.
@@ -490,6 +497,12 @@ enum Top : std::uint8_t {
   kOpDropAction,
   kOpGenerateDeltas,
   kOpSiblings,
+  kOpSelect,
+  kOpMovePicks,
+  kOpDrag,
+  kOpMoveKeyframe,
+  kOpBreakdown,
+  kOpMoveEdit,
   kOpCount
 };
 
@@ -1106,6 +1119,361 @@ void opSiblings(Tstep& step) {
   }
 }
 
+// --- Selections, moves and breakdown keys -------------------------------------------------
+
+// Picks decoded from the input: up to six picks of keys of `curve` by index
+// (the index may be out of range), some naming a key of another curve, some
+// made void, with any flags.
+TpickKeyDictionary decodePicks(Treader& in, unsigned c, std::string& text) {
+  TpickKeyDictionary picks;
+  const unsigned count = in.u8() % 7;
+  for (unsigned p = 0; p < count; ++p) {
+    const std::uint8_t how = in.u8();
+    unsigned owner = c;
+    if ((how & 0x30) == 0x30 && gState->curveCount > 1) owner = (c + 1) % gState->curveCount;
+    TparamCurve& from = *gState->slots[owner].curve;
+    const unsigned i = decodeIndex(in, from);
+    const TbitField32 flags((how & 7) != 0 ? static_cast<std::uint32_t>(how & 7) : 1u);
+    TpickKey pick;
+    if (pick.create(&from, i, flags) != 0) continue;
+    const bool makeVoid = (how & 0xC0) == 0xC0;
+    text += format("%s%u:%u%s%s", text.empty() ? "" : " ", owner, i, (flags.bits() & 1) ? "k" : "t",
+                   makeVoid ? "(void)" : "");
+    const TtimeValue at = pick.time();
+    if (makeVoid) pick.markVoid();
+    picks.insert(at, pick);
+  }
+  return picks;
+}
+
+TparamCurve::TmoveOption decodeOption(Treader& in) {
+  // Mostly the four options; now and then one outside them.
+  const int v = static_cast<int>(in.u8() % 6) - (in.flag() ? 1 : 0);
+  return static_cast<TparamCurve::TmoveOption>(v == 5 ? 7 : v);
+}
+
+std::vector<const Tkeyframe*> sortedKeyObjects(const TparamCurve& curve) {
+  std::vector<const Tkeyframe*> keys = keyObjects(curve);
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+// Moves never add, remove or replace key objects.
+void expectSameKeyObjects(const std::vector<const Tkeyframe*>& before, unsigned c,
+                          const char* what) {
+  expect(sortedKeyObjects(*gState->slots[c].curve) == before,
+         format("curve %u: %s lost, merged or duplicated key objects", c, what));
+}
+
+// A refused edit leaves the curve as it was.
+void expectUnchangedWhenRefused(bool done, const TcurveSnapshot& before, unsigned c,
+                                const char* what) {
+  if (done) return;
+  const std::string d =
+      describeDifference(before, TcurveSnapshot(*gState->slots[c].curve, kSnapshotFlags));
+  expect(d.empty(), format("curve %u: a refused %s changed the curve: %s", c, what, d.c_str()));
+}
+
+// The picked keys of this curve that the pick names with its key bit, in
+// index order; empty when any pick is void, of another curve, or not a key.
+std::vector<unsigned> pickedIndices(const TparamCurve& curve, const TpickKeyDictionary& picks) {
+  std::vector<unsigned> indices;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) {
+    const TpickKey& pick = n->data();
+    const TkeyframeHandle* h = pick.handle();
+    if (!h || h->paramCurve() != &curve || (pick.flags().bits() & TpickKey::kPickKey) == 0) {
+      return {};
+    }
+    const unsigned i = indexOf(curve, h->keyframe());
+    if (i == TparamCurve::kInvalidIndex) return {};
+    indices.push_back(i);
+  }
+  std::sort(indices.begin(), indices.end());
+  return indices;
+}
+
+void opSelect(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  std::string text, otherText;
+  const TpickKeyDictionary picks = decodePicks(in, c, text);
+  const TpickKeyDictionary others = decodePicks(in, c, otherText);
+  const bool active = in.flag();
+  logStep(format("curve %u: setActive([%s], %s); list algebra with [%s]", c, text.c_str(),
+                 boolName(active), otherText.c_str()));
+  curve.setActive(picks, active);
+  // The set operations of selections, checked where their algebra is plain:
+  // merging picks and removing them again gives back the start, and an
+  // intersection lies within both.
+  TpickKeyList list(picks);
+  const TpickKeyList other(others);
+  const TpickKeyList start(list);
+  TpickKeyList both;
+  if (list.getIntersection(other, both)) {
+    for (const TpickKeyDictionaryNode* n = both.first(); n; n = TpickKeyDictionary::next(n)) {
+      expect(list.search(n->key()) && other.search(n->key()),
+             format("curve %u: an intersection holds a pick outside its operands", c));
+    }
+  }
+  TpickKeyList diff, conflicts;
+  (void)list.getDifference(other, diff);
+  (void)list.getConflicts(other, conflicts);
+  (void)list.intersects(other);
+  TtimeValue first, last;
+  (void)list.timeRange(first, last);
+  const bool apart = !list.intersects(other);
+  list.merge(other);
+  (void)list.remove(other);
+  if (apart) {
+    bool same = list.count() == start.count();
+    for (const TpickKeyDictionaryNode* n = start.first(); n && same;
+         n = TpickKeyDictionary::next(n)) {
+      const TpickKey* back = list.search(n->key());
+      same = back && back->flags().bits() == n->data().flags().bits();
+    }
+    expect(same, format("curve %u: merging picks and removing them again changed the list", c));
+  }
+  list.updateDictionary();
+  TpickKeyList range;
+  if (curve.keyframeCount() > 0) {
+    (void)range.insertRange(&curve, curve.timeValue(0u),
+                            curve.timeValue(curve.keyframeCount() / 2));
+  }
+}
+
+void opMovePicks(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  std::string text;
+  const TpickKeyDictionary picks = decodePicks(in, c, text);
+  const TtimeValue time = decodeTime(in, curve);
+  const double value = in.flag() ? 0.0 : decodeValue(in);
+  const TparamCurve::TmoveOption option = decodeOption(in);
+  const std::uint8_t bits = in.u8();
+  const bool relative = (bits & 1) == 0, moveBreakdowns = (bits & 2) != 0;
+  const bool setTime = (bits & 4) == 0, setValue = (bits & 8) != 0;
+  logStep(
+      format("curve %u: moveKeys([%s], %s, %.17g, relative=%s, option=%d, breakdowns=%s, "
+             "setTime=%s, setValue=%s)",
+             c, text.c_str(), describeTime(time).c_str(), value, boolName(relative), option,
+             boolName(moveBreakdowns), boolName(setTime), boolName(setValue)));
+  const std::vector<const Tkeyframe*> keys = sortedKeyObjects(curve);
+  const TcurveSnapshot before(curve, kSnapshotFlags);
+  const bool may = curve.canMove(picks, time, value, relative, option, true);
+  // Where the picked keys start, for the check of canMove below.
+  const std::vector<unsigned> indices = pickedIndices(curve, picks);
+  std::vector<std::pair<const Tkeyframe*, std::int64_t>> starts;
+  for (const unsigned i : indices)
+    starts.emplace_back(curve.keyframe(i), curve.timeValue(i).asAnimTime().inTicks());
+  const bool moved =
+      curve.moveKeys(picks, time, value, relative, option, moveBreakdowns, setTime, setValue);
+  expectSameKeyObjects(keys, c, "moveKeys");
+  expectUnchangedWhenRefused(moved, before, c, "moveKeys");
+  editedOutsideRecording(c);
+
+  // canMove against the move itself: a contiguous block of keys moved on a
+  // tick curve in order-keeping mode reaches its targets (a tick away at
+  // most) exactly when canMove said it would.
+  const bool contiguous = !indices.empty() &&
+                          indices.back() - indices.front() + 1 == indices.size() &&
+                          std::adjacent_find(indices.begin(), indices.end()) == indices.end();
+  if (!moved || option != TparamCurve::kMoveKeepOrder || !relative || !setTime || moveBreakdowns ||
+      !curve.isAnimTime() || !time.isAnimTime() || !contiguous) {
+    return;
+  }
+  const std::int64_t delta = time.asAnimTime().inTicks();
+  bool reached = true;
+  for (const auto& [key, start] : starts) {
+    const std::int64_t target = start + delta;
+    if (target < INT32_MIN || target > INT32_MAX) return;  // clamped: no claim
+    const std::int64_t end = key->timeAsTicks();
+    if (end - target > 1 || target - end > 1) reached = false;
+  }
+  expect(reached == may, format("curve %u: canMove said %s but the keys %s their targets", c,
+                                boolName(may), reached ? "reached" : "did not reach"));
+}
+
+// An interactive drag: a move edit over handles, several moves measured from
+// the start times with growing offsets, then (mostly) the end of the edit.
+void opDrag(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned n = step.n;
+  const unsigned count = in.u8() % 5;
+  std::vector<std::unique_ptr<TkeyframeHandle>> owned;
+  TkeyframeHandlePtrArray handles;
+  TtimeValueArray starts;
+  std::string text;
+  for (unsigned p = 0; p < count && n > 0; ++p) {
+    const unsigned i = in.u8() % n;
+    owned.push_back(std::make_unique<TkeyframeHandle>(&curve, curve.keyframe(i), false));
+    handles.addLast(owned.back().get());
+    starts.addLast(curve.timeValue(i));
+    text += format("%s%u", text.empty() ? "" : " ", i);
+  }
+  if (in.flag() && starts.count() > 0) starts.remove(starts.count() - 1);  // a start time short
+  const TtimeValue stepTime = decodeTime(in, curve);
+  const double value = in.flag() ? 0.0 : decodeValue(in);
+  const TparamCurve::TmoveOption option = decodeOption(in);
+  const std::uint8_t bits = in.u8();
+  const bool relative = (bits & 1) == 0, moveBreakdowns = (bits & 2) != 0;
+  const bool setTime = (bits & 4) == 0, setValue = (bits & 8) != 0,
+             leaveOpen = (bits & 0x70) == 0x70;
+  const unsigned calls = 1 + in.u8() % 6;
+  logStep(
+      format("curve %u: drag [%s] by %u steps of %s, value %.17g, option=%d, relative=%s, "
+             "breakdowns=%s, setTime=%s, setValue=%s%s",
+             c, text.c_str(), calls, describeTime(stepTime).c_str(), value, option,
+             boolName(relative), boolName(moveBreakdowns), boolName(setTime), boolName(setValue),
+             leaveOpen ? ", left open" : ""));
+  const std::vector<const Tkeyframe*> keys = sortedKeyObjects(curve);
+  if (!curve.beginEdit(TparamCurve::kEditMoveKeys, handles)) return;
+  for (unsigned k = 1; k <= calls; ++k) {
+    TtimeValue offset = stepTime;
+    for (unsigned j = 1; j < k; ++j) offset = offset + stepTime;
+    (void)curve.moveKeys(handles, starts, offset, value * k, option, moveBreakdowns, relative,
+                         setTime, setValue);
+    expectSameKeyObjects(keys, c, "a drag step");
+    const std::string bad = checkCurveInvariants(curve);
+    expect(bad.empty(), format("curve %u after drag step %u: %s", c, k, bad.c_str()));
+  }
+  if (!leaveOpen) expect(curve.endEdit(), format("curve %u: endEdit refused an open drag", c));
+  editedOutsideRecording(c);
+}
+
+void opMoveKeyframe(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const TtimeValue t = decodeTime(in, curve);
+  const double v = decodeValue(in);
+  const TparamCurve::TmoveOption option = decodeOption(in);
+  const std::uint8_t how = in.u8();
+  const std::vector<const Tkeyframe*> keys = sortedKeyObjects(curve);
+  const TcurveSnapshot before(curve, kSnapshotFlags);
+  bool done = false;
+  if (how % 3 == 2) {
+    logStep(format("curve %u: moveKeyframeInValue(%u, %.17g)", c, i, v));
+    done = curve.moveKeyframeInValue(i, v);
+  } else {
+    const bool recordUndo = how % 3 == 0;
+    logStep(format("curve %u: moveKeyframe(%u, %s, %.17g, option=%d, recordUndo=%s)", c, i,
+                   describeTime(t).c_str(), v, option, boolName(recordUndo)));
+    // A move that records nothing while the curve records is a silent edit.
+    std::unique_ptr<TsilentEdit> silent;
+    if (!recordUndo) silent = std::make_unique<TsilentEdit>(c);
+    done = curve.moveKeyframe(i, t, v, option, recordUndo);
+  }
+  expectSameKeyObjects(keys, c, "moveKeyframe");
+  expectUnchangedWhenRefused(done, before, c, "moveKeyframe");
+  editedOutsideRecording(c);
+}
+
+void opBreakdown(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const unsigned i = decodeIndex(in, curve);
+  const bool on = in.flag();
+  logStep(format("curve %u: setBreakdown(%u, %s)", c, i, boolName(on)));
+  const bool done = curve.setBreakdown(i, on);
+  expect(!done || curve.keyframe(i) != nullptr,
+         format("curve %u: setBreakdown out of range succeeded", c));
+  if (done)
+    expect(curve.breakdown(i) == on, format("curve %u: the breakdown mark did not take", c));
+  editedOutsideRecording(c);
+}
+
+// The move edit's other entry points, balanced or not: the edit bracket with
+// any mode, the per-key and times-only forms, tangent types of a selection,
+// and the undo records of a move made elsewhere.
+void opMoveEdit(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  std::string text;
+  const TpickKeyDictionary picks = decodePicks(in, c, text);
+  const std::uint8_t what = in.u8();
+  TkeyframeHandlePtrArray handles;
+  std::vector<std::unique_ptr<TkeyframeHandle>> owned;
+  TtimeValueArray newTimes, oldTimes;
+  TdoubleArray newValues, oldValues;
+  for (const TpickKeyDictionaryNode* p = picks.first(); p; p = TpickKeyDictionary::next(p)) {
+    const TkeyframeHandle* h = p->data().handle();
+    if (!h) continue;
+    owned.push_back(std::make_unique<TkeyframeHandle>(*h));
+    handles.addLast(owned.back().get());
+    oldTimes.addLast(h->timeValue());
+    newTimes.addLast(decodeTime(in, curve));
+    oldValues.addLast(h->value());
+    newValues.addLast(decodeValue(in));
+  }
+  const TparamCurve::TmoveOption option = decodeOption(in);
+  const std::vector<const Tkeyframe*> keys = sortedKeyObjects(curve);
+  switch (what % 7) {
+    case 0: {
+      const auto mode = static_cast<TparamCurve::TeditMode>(static_cast<int>(in.u8() % 6) - 1);
+      const bool byPicks = in.flag();
+      logStep(format("curve %u: beginEdit(%d, %s [%s])", c, mode, byPicks ? "picks" : "handles",
+                     text.c_str()));
+      (void)(byPicks ? curve.beginEdit(mode, picks) : curve.beginEdit(mode, handles));
+      break;
+    }
+    case 1:
+      logStep(format("curve %u: endEdit()", c));
+      (void)curve.endEdit();
+      break;
+    case 2: {
+      const bool breakdowns = in.flag();
+      logStep(
+          format("curve %u: moveKeys(each to its own time and value [%s], option=%d, "
+                 "breakdowns=%s)",
+                 c, text.c_str(), option, boolName(breakdowns)));
+      (void)curve.moveKeys(handles, newTimes, oldTimes, newValues, oldValues, option, breakdowns);
+      break;
+    }
+    case 3:
+      logStep(format("curve %u: replaceKeys([%s], option=%d)", c, text.c_str(), option));
+      (void)curve.replaceKeys(handles, newTimes, oldTimes, option);
+      break;
+    case 4: {
+      const TtangentType inType = decodeTangentType(in), outType = decodeTangentType(in);
+      const bool setIn = in.flag(), setOut = in.flag();
+      logStep(format("curve %u: setTangentType([%s], %d, %d, %s, %s)", c, text.c_str(), inType,
+                     outType, boolName(setIn), boolName(setOut)));
+      (void)curve.setTangentType(picks, inType, outType, setIn, setOut);
+      break;
+    }
+    case 5: {
+      const bool withValue = in.flag();
+      const double one = decodeValue(in);
+      logStep(format("curve %u: generateDeltasForMove([%s], option=%d)", c, text.c_str(), option));
+      // The records describe a move the fuzzer did not make: undoing them
+      // goes wherever they say.
+      if (recording(c) && curve.hasMoveList()) {
+        recordingInexact(c, "generateDeltasForMove recorded a move that was not made");
+      }
+      curve.generateDeltasForMove(handles, oldTimes, withValue ? &oldValues : nullptr,
+                                  withValue ? nullptr : &one, nullptr, option);
+      break;
+    }
+    default: {
+      const TtimeValue delta = decodeTime(in, curve);
+      const bool relative = in.flag();
+      logStep(format("curve %u: canMove(handles [%s], %s, relative=%s, option=%d)", c, text.c_str(),
+                     describeTime(delta).c_str(), boolName(relative), option));
+      (void)curve.canMove(handles, delta, 0.0, relative, option);
+      break;
+    }
+  }
+  expectSameKeyObjects(keys, c, "a move edit");
+  editedOutsideRecording(c);
+}
+
 // One function per operation byte value, in the order of Top.
 using TstepFunction = void (*)(Tstep&);
 constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
@@ -1119,7 +1487,9 @@ constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
                                     opCurveCopy,    opDelay,        opSuspend,
                                     opBegin,        opEnd,          opUndo,
                                     opRedo,         opDropAction,   opGenerateDeltas,
-                                    opSiblings};
+                                    opSiblings,     opSelect,       opMovePicks,
+                                    opDrag,         opMoveKeyframe, opBreakdown,
+                                    opMoveEdit};
 static_assert(std::size(kSteps) == kOpCount, "one function per operation");
 
 // Runs one step on curve `c`.

@@ -17,7 +17,8 @@ OPS = """add insert_time insert_key insert_owned block_add_template block_add_re
 block_add_ptr block_tangent block_tan_type remove remove_all set_value set_time
 set_tan_type drag_tangent infinity weighted rotation block_add_mode no_update
 mark_dirty evaluate make_handle handle_copy_or_drop curve_copy delay suspend
-begin end undo redo drop_action generate_deltas siblings""".split()
+begin end undo redo drop_action generate_deltas siblings select move_picks drag
+move_keyframe breakdown move_edit""".split()
 OP = {name: i for i, name in enumerate(OPS)}
 
 
@@ -119,6 +120,24 @@ def args_for(op):
         "drop_action": [[1], [0]],
         "generate_deltas": [[]],
         "siblings": [[1], [0]],
+        # picks: a count, then per pick a byte of flags (0x30: a key of the next
+        # curve, 0xC0: made void) and a key index.
+        "select": [[2, 1, 1, 1, 2, 1, 2, 3, 1], [1, 0xC1, 1, 2, 1, 0, 4, 2, 0]],
+        "move_picks": [[2, 1, 1, 1, 2] + time(4) + [1, 0, 0, 0],
+                       [1, 1, 1] + time(-3) + [1, 1, 0, 0],
+                       [1, 1, 2] + time(20) + [1, 2, 0, 0],
+                       [2, 1, 1, 1, 2] + time(6) + [1, 3, 0, 2]],
+        "drag": [[2, 1, 2, 0] + time(1) + [1, 0, 0, 0, 5],
+                 [1, 1, 0] + time(-1) + [1, 1, 0, 0, 4],
+                 [2, 0, 3, 0] + time(2) + [1, 2, 0, 0, 6]],
+        "move_keyframe": [[1] + time(30) + value(3) + [0, 0, 0],
+                          [2] + time(-9) + value(1) + [2, 0, 1],
+                          [1] + time(0) + value(5) + [0, 0, 2]],
+        "breakdown": [[1, 1], [2, 1]],
+        "move_edit": [[2, 1, 1, 1, 2, 0] + time(3) + value(1) + time(9) + value(2) + [0, 0, 2, 1],
+                      [1, 1, 1, 3] + time(12) + value(2) + [2, 0],
+                      [2, 1, 1, 1, 2, 4] + time(3) + value(1) + time(9) + value(2) + [0, 0, 3, 9,
+                                                                                      1, 1]],
     }[op]
 
 
@@ -126,7 +145,7 @@ def args_for(op):
 # of curve) are worth a seed of their own.
 VARIED = {"add", "insert_time", "insert_key", "remove", "set_time", "set_tan_type",
           "drag_tangent", "infinity", "make_handle", "handle_copy_or_drop", "curve_copy",
-          "set_value", "no_update"}
+          "set_value", "no_update", "move_picks", "drag", "move_keyframe", "move_edit"}
 
 
 def seeds():
