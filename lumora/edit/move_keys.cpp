@@ -2,6 +2,7 @@
 #include "lumora/edit/move_keys.h"
 
 #include <algorithm>
+#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
@@ -52,7 +53,14 @@ TtimeValue clampTime(const TtimeValue& t) {
 // single precision on a float curve.
 TtimeValue plusTicks(const TtimeValue& t, int ticks) {
   if (t.isAnimTime()) return TtimeValue(t.asAnimTime() + TanimTime(ticks));
-  return TtimeValue(t.asFloat() + static_cast<float>(ticks) * TanimTime::kSecondsPerTick);
+  const float from = t.asFloat();
+  const float to = from + static_cast<float>(ticks) * TanimTime::kSecondsPerTick;
+  // Beyond about 2,800 s a tick is less than half the spacing of floats and
+  // vanishes in the sum: the time then steps to the neighbouring float, so
+  // that a key kept a tick from another still lands apart from it.
+  if (to == from && ticks != 0)
+    return TtimeValue(std::nextafter(from, ticks > 0 ? FLT_MAX : -FLT_MAX));
+  return TtimeValue(to);
 }
 
 // How two times of `c` order as its keys do: ticks exactly, float seconds
@@ -508,6 +516,8 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
       } else {
         for (unsigned i = physicalCount(); i-- > k;) shift(i);
       }
+      // The shifted keys keep their spacing but for the edge of the block.
+      touched.push_back(edge->key);
     }
   }
 
@@ -526,11 +536,9 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
       newValue = value;
     }
     // A key that passes others leaves its old neighbours next to each other.
-    touched.push_back(key);
-    if (rule->passes) {
-      if (index > 0) touched.push_back(keyframe(index - 1));
-      if (Tkeyframe* next = keyframe(index + 1)) touched.push_back(next);
-    }
+    Tkeyframe* oldPrevious = index > 0 ? keyframe(index - 1) : nullptr;
+    Tkeyframe* oldNext = keyframe(index + 1);
+    const Tkeyframe before = *key;
     if (quaternion) {
       // The three components move as one rotation once rotation
       // interpolation brings its maths; until then the curve's own
@@ -540,6 +548,19 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
       moveKeyframe(index, target, newValue, option, true);
     }
     r.indexHint = locate(*this, key, index);
+    // Tangents follow the keys that moved; a key that stayed where it was
+    // keeps its tangents as they are, automatic or not.
+    if (key->timeAsTicks() != before.timeAsTicks() ||
+        std::bit_cast<std::uint64_t>(key->value()) !=
+            std::bit_cast<std::uint64_t>(before.value()) ||
+        std::bit_cast<std::uint32_t>(key->quaternionW()) !=
+            std::bit_cast<std::uint32_t>(before.quaternionW())) {
+      touched.push_back(key);
+      if (rule->passes) {
+        if (oldPrevious) touched.push_back(oldPrevious);
+        if (oldNext) touched.push_back(oldNext);
+      }
+    }
   }
   recomputeTangentsAround(touched);
   internal::setDictionaryMove(wasDictionaryMove);

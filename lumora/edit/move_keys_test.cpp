@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -369,6 +370,63 @@ TEST(MoveDrag, ChainedDragsMergeIntoOneRecordFromTheFirstStart) {
   action.undoPC();
   EXPECT_EQ(std::tuple(key->timeAsTicks(), key->value(), c->keyframe(1)),
             std::tuple(100, 2.0, key));
+}
+
+// Drags of one key with another edit between them are put back in turn: the
+// later drag does not take over the earlier one across the edit, and undo
+// passes through the edit's own state on the way.
+TEST(MoveDrag, DragsAroundAnotherEditUndoAndRedoExactly) {
+  auto c = tickCurve(5);
+  Tkeyframe* key = c->keyframe(1);
+  const TcurveSnapshot start(*c);
+  TparamCurveDeltaUser action;
+  action.beginParamCurveMod(*c);
+  ASSERT_TRUE(moveBy(*c, picksOf(*c, {1}), 30, TparamCurve::kMoveKeepOrder));
+  ASSERT_TRUE(c->insert(byTicks(150), /*breakdown=*/false, /*allSiblings=*/false));
+  ASSERT_TRUE(moveBy(*c, picksOf(*c, {1}), 20, TparamCurve::kMoveKeepOrder, 0.5));
+  const TcurveSnapshot end(*c);
+  ASSERT_TRUE(action.endParamCurveMod(*c));
+  EXPECT_EQ(action.childCount(), 3u);
+  for (int round = 0; round < 2; ++round) {
+    action.undoPC();
+    EXPECT_EQ(describeDifference(start, TcurveSnapshot(*c)), "");
+    EXPECT_EQ(c->keyframe(1), key);
+    action.redoPC();
+    EXPECT_EQ(describeDifference(end, TcurveSnapshot(*c)), "");
+  }
+}
+
+// A move that leaves a key where it is changes nothing, not even tangents
+// that the rules would compute otherwise.
+TEST(MoveKeys, AMoveThatMovesNothingChangesNothing) {
+  TparamCurve c(/*isFloat=*/true);
+  c.add(Tkeyframe(-FLT_MAX, 1.0, kTangentSpline, kTangentFixed));
+  c.add(Tkeyframe(0.0f, 2.0, kTangentSpline, kTangentSpline));
+  TdoubleArray zero;
+  zero.addLast(0.0);
+  c.setBlockTangentXValue(0, 0, zero, /*inSide=*/true);  // not the computed tangent
+  const TcurveSnapshot before(c);
+  TparamCurveDeltaUser action;
+  action.beginParamCurveMod(c);
+  // -FLT_MAX - 0.125 s is -FLT_MAX again.
+  EXPECT_TRUE(c.moveKeys(picksOf(c, {0}), TtimeValue(-0.125f), 0.0, true,
+                         TparamCurve::kMoveKeepOrder, false, true, false));
+  EXPECT_FALSE(action.endParamCurveMod(c));
+  EXPECT_EQ(describeDifference(before, TcurveSnapshot(c)), "");
+}
+
+// Far from zero a tick is smaller than the spacing of floats: a key kept a
+// tick from its neighbour still lands apart from it.
+TEST(MoveKeys, KeepOrderFarFromZeroStillKeepsKeysApart) {
+  TparamCurve c(/*isFloat=*/true);
+  for (const float t : {10000.0f, 10001.0f, -FLT_MAX, -FLT_MAX / 2}) c.add(Tkeyframe(t, 1.0));
+  ASSERT_TRUE(c.moveKeys(picksOf(c, {3}), TtimeValue(-5.0f), 0.0, true, TparamCurve::kMoveKeepOrder,
+                         false, true, false));
+  ASSERT_TRUE(c.moveKeys(picksOf(c, {1}), TtimeValue(-FLT_MAX), 0.0, true,
+                         TparamCurve::kMoveKeepOrder, false, true, false));
+  EXPECT_EQ(c.seconds(3u), std::nextafter(10000.0f, FLT_MAX));
+  EXPECT_EQ(c.seconds(1u), std::nextafter(-FLT_MAX, FLT_MAX));
+  EXPECT_EQ(checkCurveInvariants(c), "");
 }
 
 // Times, values and key objects come back; automatic tangents follow the

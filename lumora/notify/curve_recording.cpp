@@ -1,6 +1,8 @@
 // TparamCurve: gathering undo deltas while the curve is in modification, and
 // the settings whose only side effect besides the change is a delta.
 #include "lumora/curve/param_curve.h"
+#include "lumora/notify/drag_deltas.h"
+#include "lumora/notify/internal/move_journal.h"
 #include "lumora/notify/key_deltas.h"
 #include "lumora/notify/param_curve_delta.h"
 #include "lumora/notify/setting_deltas.h"
@@ -29,6 +31,13 @@ bool TparamCurve::addDelta(Tdelta* delta, bool atEnd) {
   // The caller keeps a delta that is not recorded.
   if (!delta || !isMod()) return atEnd;
   if (delta == fCurrentDelta) return true;
+  if (fMoveJournal && !isDeltaOfType(delta, TPCDdragKeyTmeta)) {
+    // Any other record ends the run of moves that one journal puts back as
+    // a whole: that record is undone between the moves before it and the
+    // moves after it, which keep states of their own.
+    fMoveJournal->captureAfter();
+    fMoveJournal.reset();
+  }
   if (!fCurrentDelta) {
     fCurrentDelta = delta;
     return true;

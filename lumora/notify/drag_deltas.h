@@ -81,6 +81,8 @@ class LUMORA_API TPCDdragKey : public TparamCurveDelta {
   void setOldState(const TtimeValue& time, double value, double w);
   /// Joins the group of records that share `journal` (the curve's moves do).
   void setJournal(std::shared_ptr<internal::TmoveJournal> journal);
+  /// The group's journal, or null; drags merge only within one group.
+  const internal::TmoveJournal* journal() const { return fJournal.get(); }
 
  private:
   void apply(const TtimeValue& time, double value, double w);

@@ -6,9 +6,9 @@
 #include <cassert>
 #include <cmath>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
+#include "lumora/base/internal/flat_multi_map.h"
 #include "lumora/curve/internal/key_array.h"
 #include "lumora/notify/drag_deltas.h"
 #include "lumora/notify/internal/curve_delta_access.h"
@@ -46,8 +46,8 @@ TPCDdragKey* asDragKey(Tdelta* delta) {
 
 namespace internal {
 
-// The drag records of a composite by the curve and the time they ended at,
-// each bucket listing the children's places in list order.
+// The drag records of a composite by the curve and the time they ended at:
+// each entry holds a child's place in the list.
 class TdragMergeIndex {
  public:
   struct Tkey {
@@ -56,9 +56,9 @@ class TdragMergeIndex {
     bool operator==(const Tkey&) const = default;
   };
   struct Thash {
-    std::size_t operator()(const Tkey& k) const {
-      const auto c = reinterpret_cast<std::uintptr_t>(k.curve);
-      return std::hash<std::uint64_t>()((static_cast<std::uint64_t>(c) << 7) ^ k.seconds);
+    std::uint64_t operator()(const Tkey& k) const {
+      const auto c = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(k.curve));
+      return mixBits((c << 7) ^ k.seconds);
     }
   };
 
@@ -66,14 +66,14 @@ class TdragMergeIndex {
   static bool keyOf(const TparamCurve* curve, const TtimeValue& time, Tkey& key) {
     float seconds = time.inSeconds();
     if (std::isnan(seconds)) return false;
-    // Every pair of times that compare equal has equal seconds, so a bucket
-    // holds every candidate; candidates are then compared exactly.
+    // Every pair of times that compare equal has equal seconds, so a key
+    // finds every candidate; candidates are then compared exactly.
     if (seconds == 0.0f) seconds = 0.0f;
     key = {curve, std::bit_cast<std::uint32_t>(seconds)};
     return true;
   }
 
-  std::unordered_map<Tkey, std::vector<unsigned>, Thash> buckets;
+  TflatMultiMap<Tkey, Thash> places;
   unsigned indexedUpTo = 0;
   unsigned holes = 0;
 };
@@ -202,33 +202,38 @@ bool TparamCurveDeltaComp::merge(TparamCurveDelta* delta) {
     const TPCDdragKey* child = asDragKey(fChildren.data()[i]);
     internal::TdragMergeIndex::Tkey key{};
     if (child && internal::TdragMergeIndex::keyOf(child->curve(), child->newTime(), key)) {
-      index.buckets[key].push_back(i);
+      index.places.insert(key, i);
     }
   }
   index.indexedUpTo = n;
 
   internal::TdragMergeIndex::Tkey key{};
   if (!internal::TdragMergeIndex::keyOf(drag->curve(), drag->oldTime(), key)) return false;
-  const auto bucket = index.buckets.find(key);
-  if (bucket == index.buckets.end()) return false;
-  std::vector<unsigned>& places = bucket->second;
-  for (std::size_t p = 0; p < places.size(); ++p) {
-    auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[places[p]]);
-    if (earlier == drag || earlier->newTime() != drag->oldTime()) continue;
-    if (!(std::fabs(earlier->newValue() - drag->oldValue()) < kDragValueTolerance)) continue;
-    drag->setOldState(earlier->oldTime(), earlier->oldValue(), earlier->oldW());
-    // The earlier record's place stays empty until the list is compacted,
-    // so that no merge moves the children after it.
-    fChildren.data()[places[p]] = nullptr;
-    places.erase(places.begin() + static_cast<std::ptrdiff_t>(p));
-    if (places.empty()) index.buckets.erase(bucket);
-    ++index.holes;
-    delete earlier;
-    fChildren.addLast(drag);
-    if (fMergeBatch == 0 || (index.holes > 64 && index.holes > fChildren.count() / 2)) compact();
+  // The first child in list order that the drag continues.
+  using Tslot = internal::TflatMultiMap<internal::TdragMergeIndex::Tkey,
+                                        internal::TdragMergeIndex::Thash>::Tslot;
+  Tslot* chosen = nullptr;
+  index.places.forEach(key, [&](Tslot& slot) {
+    auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[slot.value]);
+    if (earlier == drag || earlier->newTime() != drag->oldTime()) return true;
+    // A drag of another run of moves is put back by another journal.
+    if (earlier->journal() != drag->journal()) return true;
+    if (!(std::fabs(earlier->newValue() - drag->oldValue()) < kDragValueTolerance)) return true;
+    if (!chosen || slot.value < chosen->value) chosen = &slot;
     return true;
-  }
-  return false;
+  });
+  if (!chosen) return false;
+  auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[chosen->value]);
+  drag->setOldState(earlier->oldTime(), earlier->oldValue(), earlier->oldW());
+  // The earlier record's place stays empty until the list is compacted, so
+  // that no merge moves the children after it.
+  fChildren.data()[chosen->value] = nullptr;
+  index.places.erase(*chosen);
+  ++index.holes;
+  delete earlier;
+  fChildren.addLast(drag);
+  if (fMergeBatch == 0 || (index.holes > 64 && index.holes > fChildren.count() / 2)) compact();
+  return true;
 }
 
 void TparamCurveDeltaComp::compact() {
@@ -248,9 +253,7 @@ void TparamCurveDeltaComp::compact() {
   }
   if (index.indexedUpTo >= n) indexedKept = kept;
   fChildren.changeLogicalSizeTo(kept);
-  for (auto& [key, places] : index.buckets) {
-    for (unsigned& place : places) place = moved[place];
-  }
+  index.places.forEachValue([&moved](std::uint32_t& place) { place = moved[place]; });
   index.indexedUpTo = indexedKept;
   index.holes = 0;
 }

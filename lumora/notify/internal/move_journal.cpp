@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "lumora/curve/internal/key_array.h"
@@ -53,9 +54,8 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
     fHasStatic = true;
     fStaticBefore = fStaticAfter = fCurve->staticCurve();
   }
-  const auto it = fByKey.find(key);
-  if (it != fByKey.end()) {
-    Tentry& entry = *it->second;
+  if (auto* slot = fByKey.find(key)) {
+    Tentry& entry = fEntries[slot->value];
     // The same address may belong to a new key object once the noted one
     // was deleted; that one is noted afresh.
     if (entry.key.get() == key) {
@@ -65,17 +65,21 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
       }
       return;
     }
-    fByKey.erase(it);
+    fByKey.erase(*slot);
   }
+  const auto place = static_cast<std::uint32_t>(fEntries.size());
   Tentry& entry = fEntries.emplace_back();
   entry.key = key;
   entry.before = *key;
   entry.pending = true;
-  fByKey.emplace(key, &entry);
+  fByKey.insert(key, place);
   fSinceCapture.push_back(&entry);
 }
 
 void TmoveJournal::captureAfter() {
+  // Nothing noted since the last capture: no move is under way, and the
+  // static flag now may be that of a later edit, or of an undone state.
+  if (fSinceCapture.empty()) return;
   for (Tentry* entry : fSinceCapture) {
     entry->pending = false;
     if (Tkeyframe* key = entry->key.get()) {

@@ -24,9 +24,9 @@
 
 #include <cstdint>
 #include <deque>
-#include <unordered_map>
 #include <vector>
 
+#include "lumora/base/internal/flat_multi_map.h"
 #include "lumora/keys/key_watch.h"
 #include "lumora/keys/keyframe.h"
 
@@ -74,7 +74,7 @@ class TmoveJournal {
 
   TparamCurve* fCurve;
   std::deque<Tentry> fEntries;
-  std::unordered_map<const Tkeyframe*, Tentry*> fByKey;
+  TflatMultiMap<const void*, ThashPointer> fByKey;  // key object -> its entry's place
   std::vector<Tentry*> fSinceCapture;
   bool fHasStatic = false;
   bool fStaticBefore = false;
