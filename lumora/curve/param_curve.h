@@ -47,6 +47,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "lumora/base/client_server.h"
@@ -700,7 +701,7 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void beginMoveOperation();
   void endMoveOperation();
   /// Recomputes the automatic tangents around the given keys.
-  void recomputeTangentsAround(std::vector<Tkeyframe*>& keys);
+  void recomputeTangentsAround(std::vector<std::pair<Tkeyframe*, unsigned>>& keys);
 
   // --- Change scopes (notify/change_scope.cpp) ---
   bool beginChange();

@@ -105,6 +105,25 @@ Tkeyframe* keyOf(const TparamCurve& c, const TkeyframeHandle& handle) {
   return handle.paramCurve() == &c ? handle.keyframe() : nullptr;
 }
 
+// Tangents follow the keys that moved (found near `index` now), and with the
+// passing options the old neighbours (near `oldIndex`) that a key left next
+// to each other. A key that stayed where it was keeps its tangents as they
+// are, automatic or not, so a move that moves nothing changes nothing.
+void noteTouched(std::vector<std::pair<Tkeyframe*, unsigned>>& touched, Tkeyframe* key,
+                 const Tkeyframe& before, unsigned index, unsigned oldIndex, bool passes,
+                 Tkeyframe* oldPrevious, Tkeyframe* oldNext) {
+  const bool moved =
+      key->timeAsTicks() != before.timeAsTicks() ||
+      std::bit_cast<std::uint64_t>(key->value()) != std::bit_cast<std::uint64_t>(before.value()) ||
+      std::bit_cast<std::uint32_t>(key->quaternionW()) !=
+          std::bit_cast<std::uint32_t>(before.quaternionW());
+  if (!moved) return;
+  touched.emplace_back(key, index);
+  if (!passes) return;
+  if (oldPrevious) touched.emplace_back(oldPrevious, oldIndex > 0 ? oldIndex - 1 : 0);
+  if (oldNext) touched.emplace_back(oldNext, oldIndex);
+}
+
 // The component of a rotation that a curve holds: x, y or z by which sibling
 // it is (x when it has none).
 double ownComponent(const TparamCurve& c, const Tquaternion& q) {
@@ -494,7 +513,7 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
   // Ripple: every key from the moved block onward, in the direction of the
   // move, shifts by the offset first; the keys it covers then keep their
   // (new) times and only take their values.
-  std::vector<Tkeyframe*> touched;
+  std::vector<std::pair<Tkeyframe*, unsigned>> touched;  // keys with where they may be
   touched.reserve(visits.size());
   bool rippled = false;
   double rippleEdge = 0.0;
@@ -517,7 +536,7 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
         for (unsigned i = physicalCount(); i-- > k;) shift(i);
       }
       // The shifted keys keep their spacing but for the edge of the block.
-      touched.push_back(edge->key);
+      touched.emplace_back(edge->key, k);
     }
   }
 
@@ -548,31 +567,19 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
       moveKeyframe(index, target, newValue, option, true);
     }
     r.indexHint = locate(*this, key, index);
-    // Tangents follow the keys that moved; a key that stayed where it was
-    // keeps its tangents as they are, automatic or not.
-    if (key->timeAsTicks() != before.timeAsTicks() ||
-        std::bit_cast<std::uint64_t>(key->value()) !=
-            std::bit_cast<std::uint64_t>(before.value()) ||
-        std::bit_cast<std::uint32_t>(key->quaternionW()) !=
-            std::bit_cast<std::uint32_t>(before.quaternionW())) {
-      touched.push_back(key);
-      if (rule->passes) {
-        if (oldPrevious) touched.push_back(oldPrevious);
-        if (oldNext) touched.push_back(oldNext);
-      }
-    }
+    noteTouched(touched, key, before, r.indexHint, index, rule->passes, oldPrevious, oldNext);
   }
   recomputeTangentsAround(touched);
   internal::setDictionaryMove(wasDictionaryMove);
   return true;
 }
 
-void TparamCurve::recomputeTangentsAround(std::vector<Tkeyframe*>& keys) {
+void TparamCurve::recomputeTangentsAround(std::vector<std::pair<Tkeyframe*, unsigned>>& keys) {
   if (keys.empty() || !beginChange()) return;
   std::vector<unsigned> indices;
   indices.reserve(keys.size());
-  for (const Tkeyframe* key : keys) {
-    const unsigned i = locate(*this, key, kNone);
+  for (const auto& [key, hint] : keys) {
+    const unsigned i = locate(*this, key, hint);
     if (i != kNone) indices.push_back(i);
   }
   std::sort(indices.begin(), indices.end());
@@ -580,8 +587,17 @@ void TparamCurve::recomputeTangentsAround(std::vector<Tkeyframe*>& keys) {
   const unsigned n = keyframeCount();
   unsigned previous = kNone;
   for (const unsigned index : indices) {
-    // The keys whose tangents this may change, as they are now.
-    if (isMod()) noteMoveBefore(index);
+    // The keys whose tangents this may change, as they are now (the key
+    // before was noted with the previous index when it is next to it).
+    if (isMod()) {
+      if (previous != kNone && index == previous + 1) {
+        if (fMoveJournal) {
+          if (Tkeyframe* next = keyframe(index + 1)) fMoveJournal->noteBefore(next);
+        }
+      } else {
+        noteMoveBefore(index);
+      }
+    }
     if (previous == kNone || index != previous + 1) {
       modifyTangents(index);
     } else {
@@ -649,12 +665,20 @@ bool TparamCurve::moveKeyframeHelper(Tkeyframe* key, unsigned index, const Ttime
     // towards where it came from while it lands on another key's time.
     const unsigned n = physicalCount();
     unsigned place = index;
+    // A dragged key usually passes a neighbour or two: the search gallops
+    // out from where the key is, then halves the last stretch.
     if (direction > 0) {
+      // The first key after the target, among index+1..n-1 (n for none).
+      const auto atOrBefore = [&](unsigned i) { return order(*this, timeValue(i), target) <= 0; };
       unsigned lo = index + 1;
-      unsigned hi = n;  // first key after the target, among index+1..n-1
+      unsigned hi = lo;
+      for (unsigned step = 1; hi < n && atOrBefore(hi); step *= 2) {
+        lo = hi + 1;
+        hi = n - hi > step ? hi + step : n;
+      }
       while (lo < hi) {
         const unsigned mid = lo + (hi - lo) / 2;
-        if (order(*this, timeValue(mid), target) <= 0) {
+        if (atOrBefore(mid)) {
           lo = mid + 1;
         } else {
           hi = mid;
@@ -666,11 +690,17 @@ bool TparamCurve::moveKeyframeHelper(Tkeyframe* key, unsigned index, const Ttime
         if (order(*this, timeValue(place), target) >= 0) --place;
       }
     } else {
-      unsigned lo = 0;
-      unsigned hi = index;  // first key at or after the target, among 0..index-1
+      // The first key at or after the target, among 0..index-1 (index for none).
+      const auto before = [&](unsigned i) { return order(*this, timeValue(i), target) < 0; };
+      unsigned hi = index;
+      unsigned lo = hi;
+      for (unsigned step = 1; lo > 0 && !before(lo - 1); step *= 2) {
+        hi = lo - 1;
+        lo = hi > step ? hi - step : 0;
+      }
       while (lo < hi) {
         const unsigned mid = lo + (hi - lo) / 2;
-        if (order(*this, timeValue(mid), target) < 0) {
+        if (before(mid)) {
           lo = mid + 1;
         } else {
           hi = mid;
@@ -840,20 +870,20 @@ bool TparamCurve::moveEachKey(const TkeyframeHandlePtrArray& /*handles*/,
     return a.earlier ? a.at < b.at : a.at > b.at;
   });
   const TbatchTangents batch;
-  std::vector<Tkeyframe*> touched;
+  std::vector<std::pair<Tkeyframe*, unsigned>> touched;
   touched.reserve(visits.size());
   for (const Tvisit& v : visits) {
     const unsigned index = locate(*this, v.key, v.record->indexHint);
     if (index == kNone) continue;
     const bool picked = v.record->moves && v.record->pickIndex != TmoveRecord::kNoPick;
     const double value = picked && newValues ? (*newValues)[v.record->pickIndex] : v.key->value();
-    touched.push_back(v.key);
-    if (TmoveList::rule(option)->passes) {
-      if (index > 0) touched.push_back(keyframe(index - 1));
-      if (Tkeyframe* next = keyframe(index + 1)) touched.push_back(next);
-    }
+    Tkeyframe* oldPrevious = index > 0 ? keyframe(index - 1) : nullptr;
+    Tkeyframe* oldNext = keyframe(index + 1);
+    const Tkeyframe before = *v.key;
     moveKeyframe(index, v.record->target, value, option, true);
     v.record->indexHint = locate(*this, v.key, index);
+    noteTouched(touched, v.key, before, v.record->indexHint, index, TmoveList::rule(option)->passes,
+                oldPrevious, oldNext);
   }
   recomputeTangentsAround(touched);
   endMoveOperation();

@@ -44,21 +44,23 @@ class TflatMultiMap {
   struct Tslot {
     Key key{};
     std::uint32_t value = kEmpty;
+    std::uint32_t tag = 0;  // the caller's, kept with the entry
     bool live() const { return value < kErased; }
   };
 
   std::size_t size() const { return fLive; }
   bool empty() const { return fLive == 0; }
 
-  void insert(const Key& key, std::uint32_t value) {
+  /// Adds an entry; the slot stays valid until the next insert.
+  Tslot& insert(const Key& key, std::uint32_t value, std::uint32_t tag = 0) {
     if ((fUsed + 1) * 4 > fSlots.size() * 3) rehash();
     const std::size_t mask = fSlots.size() - 1;
     std::size_t i = Hash()(key) & mask;
     while (fSlots[i].live()) i = (i + 1) & mask;
     if (fSlots[i].value == kEmpty) ++fUsed;
-    fSlots[i].key = key;
-    fSlots[i].value = value;
+    fSlots[i] = Tslot{key, value, tag};
     ++fLive;
+    return fSlots[i];
   }
 
   /// Calls visit(slot) for each live entry of `key` in probe order until it
@@ -112,7 +114,7 @@ class TflatMultiMap {
     fSlots.assign(capacity, Tslot{});
     fLive = fUsed = 0;
     for (const Tslot& s : old) {
-      if (s.live()) insert(s.key, s.value);
+      if (s.live()) insert(s.key, s.value, s.tag);
     }
   }
 

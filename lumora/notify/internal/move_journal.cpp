@@ -55,6 +55,8 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
     fStaticBefore = fStaticAfter = fCurve->staticCurve();
   }
   if (auto* slot = fByKey.find(key)) {
+    // Noted already since the last capture: nothing to add.
+    if (slot->tag == fCaptures) return;
     Tentry& entry = fEntries[slot->value];
     // The same address may belong to a new key object once the noted one
     // was deleted; that one is noted afresh.
@@ -63,6 +65,7 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
         entry.pending = true;
         fSinceCapture.push_back(&entry);
       }
+      slot->tag = fCaptures;
       return;
     }
     fByKey.erase(*slot);
@@ -72,7 +75,7 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
   entry.key = key;
   entry.before = *key;
   entry.pending = true;
-  fByKey.insert(key, place);
+  fByKey.insert(key, place, fCaptures);
   fSinceCapture.push_back(&entry);
 }
 
@@ -88,6 +91,7 @@ void TmoveJournal::captureAfter() {
     }
   }
   fSinceCapture.clear();
+  ++fCaptures;
   if (fHasStatic) fStaticAfter = fCurve->staticCurve();
 }
 

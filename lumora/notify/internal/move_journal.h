@@ -76,6 +76,9 @@ class TmoveJournal {
   std::deque<Tentry> fEntries;
   TflatMultiMap<const void*, ThashPointer> fByKey;  // key object -> its entry's place
   std::vector<Tentry*> fSinceCapture;
+  // Counts the captures; a key's slot holds the count at which it was last
+  // listed, so a key noted again before the next capture costs one probe.
+  std::uint32_t fCaptures = 1;
   bool fHasStatic = false;
   bool fStaticBefore = false;
   bool fStaticAfter = false;
