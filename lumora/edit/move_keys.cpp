@@ -101,6 +101,13 @@ unsigned locate(const TparamCurve& c, const Tkeyframe* key, unsigned hint) {
 }
 
 // The key of `handle` when it is in `c`.
+// Where a key lies, for ordering visits: its ticks exactly (a float would
+// round ticks far from zero together) or its float seconds.
+double keyPosition(const TparamCurve& c, const Tkeyframe& key) {
+  return c.isAnimTime() ? static_cast<double>(key.timeAsTicks())
+                        : static_cast<double>(key.timeAsFloat());
+}
+
 Tkeyframe* keyOf(const TparamCurve& c, const TkeyframeHandle& handle) {
   return handle.paramCurve() == &c ? handle.keyframe() : nullptr;
 }
@@ -503,7 +510,7 @@ bool TparamCurve::applyMoveKeyList(const TtimeValue& delta, double value, bool s
     TmoveRecord& r = (*fMoveList)[i];
     Tkeyframe* key = keyOf(*this, r.handle);
     if (!r.active || !key || (!r.moves && !moveBreakdowns)) continue;
-    const double at = isAnimTime() ? key->timeAsTicks() : key->timeAsFloat();
+    const double at = keyPosition(*this, *key);
     visits.push_back({&r, key, at});
   }
   std::stable_sort(visits.begin(), visits.end(), [backward](const Tvisit& a, const Tvisit& b) {
@@ -860,7 +867,7 @@ bool TparamCurve::moveEachKey(const TkeyframeHandlePtrArray& /*handles*/,
     TmoveRecord& r = (*fMoveList)[i];
     Tkeyframe* key = keyOf(*this, r.handle);
     if (!r.active || !key || (!r.moves && !moveBreakdowns)) continue;
-    const double at = isAnimTime() ? key->timeAsTicks() : key->timeAsFloat();
+    const double at = keyPosition(*this, *key);
     visits.push_back({&r, key, at, order(*this, r.target, timeValue(key)) < 0});
   }
   // Keys that go earlier move first, first key first; then the others, last

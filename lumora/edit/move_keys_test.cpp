@@ -415,6 +415,17 @@ TEST(MoveKeys, AMoveThatMovesNothingChangesNothing) {
   EXPECT_EQ(describeDifference(before, TcurveSnapshot(c)), "");
 }
 
+// Keys a few ticks apart far from zero still move in the right order: the
+// last key of a forward block goes first, so none stops at another.
+TEST(MoveKeys, BlocksFarFromZeroMoveWhole) {
+  auto c = std::make_unique<TparamCurve>(/*isFloat=*/false);
+  for (const int t : {-741092397, -741092391, -13605933, -750}) {
+    c->add(Tkeyframe(TanimTime(t), 1.0, kTangentSpline, kTangentSpline));
+  }
+  ASSERT_TRUE(moveBy(*c, picksOf(*c, {0, 1, 2}), 86250, TparamCurve::kMoveKeepOrder));
+  EXPECT_EQ(allTicks(*c), (std::vector<std::int32_t>{-741006147, -741006141, -13519683, -750}));
+}
+
 // Far from zero a tick is smaller than the spacing of floats: a key kept a
 // tick from its neighbour still lands apart from it.
 TEST(MoveKeys, KeepOrderFarFromZeroStillKeepsKeysApart) {
