@@ -49,8 +49,9 @@
 //  * While a curve records, its moves note the full states of the keys they
 //    change, shared by the drag records of the modification; undoing the
 //    action puts every key back bit for bit, tangents and flags included,
-//    in one pass. Drags merged across other edits of the same action go
-//    back to the drag's start when their record is undone.
+//    in one pass. Any other recorded edit ends such a run of moves: drags
+//    on either side of it stay separate records (they do not merge across
+//    it), so that undo passes through that edit's own state exactly.
 //  * generateDeltasForMove records the undo of a move made while the curve
 //    was not recording: call it with the move edit still open, the keys'
 //    start times and values (by pick index), while recording. A rigid shift
