@@ -188,7 +188,9 @@ bool TparamCurve::perKeyTangentUpdate() {
 }
 
 Tdelta* TparamCurve::endMod() {
-  // The journal belongs to this modification's records from now on.
+  // The journal belongs to this modification's records from now on, with
+  // the keys' states as they end it.
+  if (fMoveJournal) fMoveJournal->captureAfter();
   fMoveJournal.reset();
   return TdeltaUser::endMod();
 }
@@ -363,7 +365,6 @@ void TparamCurve::beginMoveOperation() {
 
 void TparamCurve::endMoveOperation() {
   if (--fMoveDepth != 0) return;
-  if (fMoveJournal) fMoveJournal->captureAfter();
   if (TparamCurveDeltaComp* gathered = gatheredComposite(*this)) gathered->endMergeBatch();
 }
 
@@ -762,11 +763,21 @@ bool TparamCurve::moveKeyframeHelper(Tkeyframe* key, unsigned index, const Ttime
   }
   if (recording) {
     const bool append = internal::dictionaryMove();
-    auto* delta = new TPCDdragKey(this, new TkeyframeHandle(this, key, /*makeClient=*/false),
-                                  oldTime, timeValue(key), oldValue, key->value(), oldW,
-                                  key->quaternionW(), option, append);
-    delta->setJournal(fMoveJournal);
-    addDelta(delta, append);
+    // A key dragged on: its record from the previous step takes the new end
+    // in place, as merging a new record into it would leave it.
+    TparamCurveDeltaComp* gathered = append ? nullptr : gatheredComposite(*this);
+    TPCDdragKey* same =
+        gathered ? gathered->continueDrag(this, key, oldTime, oldValue, fMoveJournal.get())
+                 : nullptr;
+    if (same) {
+      same->setNewState(timeValue(key), key->value(), key->quaternionW(), option);
+    } else {
+      auto* delta = new TPCDdragKey(this, new TkeyframeHandle(this, key, /*makeClient=*/false),
+                                    oldTime, timeValue(key), oldValue, key->value(), oldW,
+                                    key->quaternionW(), option, append);
+      delta->setJournal(fMoveJournal);
+      addDelta(delta, append);
+    }
   }
   endChange(true);
   return true;

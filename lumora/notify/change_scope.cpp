@@ -7,6 +7,7 @@
 // clients. Per-key messages go to the curve's own clients as each key changes.
 #include "lumora/curve/param_curve.h"
 #include "lumora/keys/keyframe_handle.h"
+#include "lumora/notify/internal/move_journal.h"
 #include "lumora/notify/internal/msg_records.h"
 #include "lumora/notify/internal/notify_module.h"
 #include "lumora/notify/msg_depot.h"
@@ -100,6 +101,9 @@ bool TparamCurve::beginChange() {
   if (fSendDepth != 0) return false;
   // Asked on every call, nested or not: a refusal leaves the depth alone.
   if (!canSelect()) return false;
+  // Any change other than a move ends the run of moves: the states its
+  // journal will put back on redo are those before this change.
+  if (fMoveJournal && fMoveDepth == 0) fMoveJournal->captureAfter();
   if (fChangeDepth == 0) {
     const TsendScope sending(fSendDepth);
     gModelUpdatesDisabled = false;

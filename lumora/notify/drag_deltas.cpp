@@ -71,6 +71,13 @@ void TPCDdragKey::setOldState(const TtimeValue& time, double value, double w) {
   fOldW = w;
 }
 
+void TPCDdragKey::setNewState(const TtimeValue& time, double value, double w, int moveOption) {
+  fNewTime = time;
+  fNewValue = value;
+  fNewW = w;
+  fMoveOption = moveOption;
+}
+
 void TPCDdragKey::undo() {
   if (fJournal && fCurve) {
     fJournal->memberUndone();

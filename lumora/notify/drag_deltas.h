@@ -79,6 +79,8 @@ class LUMORA_API TPCDdragKey : public TparamCurveDelta {
   bool dictionaryMove() const { return fDictionaryMove; }
   /// Replaces the start of the drag (used when an earlier drag is merged in).
   void setOldState(const TtimeValue& time, double value, double w);
+  /// Replaces the end of the drag and its option (used when the drag goes on).
+  void setNewState(const TtimeValue& time, double value, double w, int moveOption);
   /// Joins the group of records that share `journal` (the curve's moves do).
   void setJournal(std::shared_ptr<internal::TmoveJournal> journal);
   /// The group's journal, or null; drags merge only within one group.

@@ -190,10 +190,10 @@ bool TparamCurveDeltaComp::merge(TparamCurveDeltaComp* other) {
   return true;
 }
 
-bool TparamCurveDeltaComp::merge(TparamCurveDelta* delta) {
-  if (!delta) return true;
-  TPCDdragKey* drag = asDragKey(delta);
-  if (!drag) return false;
+template <typename Accept>
+long TparamCurveDeltaComp::findDragToContinue(const TparamCurve* curve, const TtimeValue& oldTime,
+                                              double oldValue, const TPCDdragKey* self,
+                                              Accept accept) {
   if (!fDragIndex) fDragIndex = std::make_unique<internal::TdragMergeIndex>();
   internal::TdragMergeIndex& index = *fDragIndex;
   // Children that arrived since the last merge join the index first.
@@ -208,32 +208,71 @@ bool TparamCurveDeltaComp::merge(TparamCurveDelta* delta) {
   index.indexedUpTo = n;
 
   internal::TdragMergeIndex::Tkey key{};
-  if (!internal::TdragMergeIndex::keyOf(drag->curve(), drag->oldTime(), key)) return false;
-  // The first child in list order that the drag continues.
-  using Tslot = internal::TflatMultiMap<internal::TdragMergeIndex::Tkey,
-                                        internal::TdragMergeIndex::Thash>::Tslot;
-  Tslot* chosen = nullptr;
-  index.places.forEach(key, [&](Tslot& slot) {
-    auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[slot.value]);
-    if (earlier == drag || earlier->newTime() != drag->oldTime()) return true;
-    // A drag of another run of moves is put back by another journal.
-    if (earlier->journal() != drag->journal()) return true;
-    if (!(std::fabs(earlier->newValue() - drag->oldValue()) < kDragValueTolerance)) return true;
-    if (!chosen || slot.value < chosen->value) chosen = &slot;
+  if (!internal::TdragMergeIndex::keyOf(curve, oldTime, key)) return -1;
+  long chosen = -1;
+  index.places.forEach(key, [&](auto& slot) {
+    const auto* earlier = static_cast<const TPCDdragKey*>(fChildren.data()[slot.value]);
+    if (earlier == self || earlier->newTime() != oldTime) return true;
+    if (!(std::fabs(earlier->newValue() - oldValue) < kDragValueTolerance)) return true;
+    if (!accept(*earlier)) return true;
+    if (chosen < 0 || slot.value < static_cast<unsigned long>(chosen)) {
+      chosen = static_cast<long>(slot.value);
+    }
     return true;
   });
-  if (!chosen) return false;
-  auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[chosen->value]);
-  drag->setOldState(earlier->oldTime(), earlier->oldValue(), earlier->oldW());
+  return chosen;
+}
+
+void TparamCurveDeltaComp::finishMerge(unsigned place, TPCDdragKey* drag) {
+  internal::TdragMergeIndex& index = *fDragIndex;
+  const auto* earlier = static_cast<const TPCDdragKey*>(fChildren.data()[place]);
+  internal::TdragMergeIndex::Tkey key{};
+  if (internal::TdragMergeIndex::keyOf(earlier->curve(), earlier->newTime(), key)) {
+    index.places.forEach(key, [&](auto& slot) {
+      if (slot.value != place) return true;
+      index.places.erase(slot);
+      return false;
+    });
+  }
   // The earlier record's place stays empty until the list is compacted, so
   // that no merge moves the children after it.
-  fChildren.data()[chosen->value] = nullptr;
-  index.places.erase(*chosen);
+  fChildren.data()[place] = nullptr;
   ++index.holes;
-  delete earlier;
   fChildren.addLast(drag);
   if (fMergeBatch == 0 || (index.holes > 64 && index.holes > fChildren.count() / 2)) compact();
+}
+
+bool TparamCurveDeltaComp::merge(TparamCurveDelta* delta) {
+  if (!delta) return true;
+  TPCDdragKey* drag = asDragKey(delta);
+  if (!drag) return false;
+  // A drag of another run of moves is put back by another journal.
+  const long place =
+      findDragToContinue(drag->curve(), drag->oldTime(), drag->oldValue(), drag,
+                         [drag](const TPCDdragKey& e) { return e.journal() == drag->journal(); });
+  if (place < 0) return false;
+  auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[place]);
+  drag->setOldState(earlier->oldTime(), earlier->oldValue(), earlier->oldW());
+  finishMerge(static_cast<unsigned>(place), drag);
+  delete earlier;
   return true;
+}
+
+TPCDdragKey* TparamCurveDeltaComp::continueDrag(const TparamCurve* curve, const Tkeyframe* key,
+                                                const TtimeValue& oldTime, double oldValue,
+                                                const internal::TmoveJournal* journal) {
+  const long place =
+      findDragToContinue(curve, oldTime, oldValue, nullptr,
+                         [journal](const TPCDdragKey& e) { return e.journal() == journal; });
+  if (place < 0) return nullptr;
+  auto* earlier = static_cast<TPCDdragKey*>(fChildren.data()[place]);
+  const TkeyframeHandle* handle = earlier->handle();
+  if (!handle || handle->keyframe() != key || !earlier->keyStates().empty() ||
+      earlier->subjectKey() != nullptr || earlier->dictionaryMove() || earlier->isUndone()) {
+    return nullptr;
+  }
+  finishMerge(static_cast<unsigned>(place), earlier);
+  return earlier;
 }
 
 void TparamCurveDeltaComp::compact() {

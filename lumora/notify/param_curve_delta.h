@@ -48,9 +48,12 @@
 
 namespace lumora {
 
+class TPCDdragKey;
+
 namespace internal {
 class TdragMergeIndex;
-}
+class TmoveJournal;
+}  // namespace internal
 
 // Records of the base and composite curve delta classes; null while the
 // module is stopped. (TdeltaTmeta and TdeltaCompositeTmeta are declared in
@@ -184,6 +187,17 @@ class LUMORA_API TparamCurveDeltaComp : public TdeltaComposite {
   /// pointer to a delta kind picks this overload; pass a Tdelta* for the
   /// merge that always takes the delta.
   virtual bool merge(TparamCurveDelta* delta);
+  /// The drag-key rule for a drag not yet made into a record: when the
+  /// child that merge() would fold a new drag of `key` from (`oldTime`,
+  /// `oldValue`) into names that same key, shares `journal`, and carries
+  /// nothing a new record would not (key states, a subject key, the
+  /// dictionary-move flag), that child moves to the end of the list, as the
+  /// merged record would stand, and is returned for the caller to give the
+  /// drag's new end. Null otherwise: the caller then records the drag.
+  /// Saves a record and a handle per key and step of an interactive drag.
+  TPCDdragKey* continueDrag(const TparamCurve* curve, const Tkeyframe* key,
+                            const TtimeValue& oldTime, double oldValue,
+                            const internal::TmoveJournal* journal);
 
   /// Appends without merging. A curve composite is flattened: its children
   /// are appended in order (nested curve composites flattened in turn), and
@@ -206,6 +220,15 @@ class LUMORA_API TparamCurveDeltaComp : public TdeltaComposite {
   static void releaseFlattened(TparamCurveDeltaComp* flattened);
 
  private:
+  /// The place of the child a drag of `curve` from (`oldTime`, `oldValue`)
+  /// continues, first in list order among those `accept` takes; -1 for none.
+  template <typename Accept>
+  long findDragToContinue(const TparamCurve* curve, const TtimeValue& oldTime, double oldValue,
+                          const TPCDdragKey* self, Accept accept);
+  /// Empties the place of the continued child, appends `drag` (the merged
+  /// record) and tidies: the end of every merge.
+  void finishMerge(unsigned place, TPCDdragKey* drag);
+
   // Kept for future use: a sorted array of 32-bit entries, created empty.
   TsortedArray fEntries;
   // Where drag records ended, for merging; built as children arrive.

@@ -108,7 +108,7 @@ class TflatMultiMap {
   // live entries' need; erased slots are dropped.
   void rehash() {
     std::size_t capacity = 16;
-    while (capacity * 3 < (fLive + 1) * 8) capacity *= 2;
+    while (capacity < (fLive + 1) * 2) capacity *= 2;
     std::vector<Tslot> old;
     old.swap(fSlots);
     fSlots.assign(capacity, Tslot{});

@@ -48,50 +48,37 @@ void assignState(Tkeyframe& key, const Tkeyframe& state) {
 
 }  // namespace
 
+void TmoveJournal::Twatch::keyDeleted(Tkeyframe* key) {
+  if (auto* slot = journal->fByKey.find(key)) journal->fByKey.erase(*slot);
+}
+
 void TmoveJournal::noteBefore(Tkeyframe* key) {
   if (!key) return;
   if (!fHasStatic) {
     fHasStatic = true;
     fStaticBefore = fStaticAfter = fCurve->staticCurve();
   }
-  if (auto* slot = fByKey.find(key)) {
-    // Noted already since the last capture: nothing to add.
-    if (slot->tag == fCaptures) return;
-    Tentry& entry = fEntries[slot->value];
-    // The same address may belong to a new key object once the noted one
-    // was deleted; that one is noted afresh.
-    if (entry.key.get() == key) {
-      if (!entry.pending) {
-        entry.pending = true;
-        fSinceCapture.push_back(&entry);
-      }
-      slot->tag = fCaptures;
-      return;
-    }
-    fByKey.erase(*slot);
-  }
+  fDirty = true;
+  if (fByKey.find(key)) return;
   const auto place = static_cast<std::uint32_t>(fEntries.size());
   Tentry& entry = fEntries.emplace_back();
-  entry.key = key;
+  entry.key.journal = this;
+  entry.key.watch(key);
   entry.before = *key;
-  entry.pending = true;
-  fByKey.insert(key, place, fCaptures);
-  fSinceCapture.push_back(&entry);
+  fByKey.insert(key, place);
 }
 
 void TmoveJournal::captureAfter() {
-  // Nothing noted since the last capture: no move is under way, and the
+  // Nothing noted since the last capture: no move has run since, and the
   // static flag now may be that of a later edit, or of an undone state.
-  if (fSinceCapture.empty()) return;
-  for (Tentry* entry : fSinceCapture) {
-    entry->pending = false;
-    if (Tkeyframe* key = entry->key.get()) {
-      entry->after = *key;
-      entry->hasAfter = true;
+  if (!fDirty) return;
+  fDirty = false;
+  for (Tentry& entry : fEntries) {
+    if (Tkeyframe* key = entry.key.watchedKey()) {
+      entry.after = *key;
+      entry.hasAfter = true;
     }
   }
-  fSinceCapture.clear();
-  ++fCaptures;
   if (fHasStatic) fStaticAfter = fCurve->staticCurve();
 }
 
@@ -118,7 +105,8 @@ void TmoveJournal::restore(bool after) {
   std::unordered_map<const Tkeyframe*, const Tentry*> noted;
   noted.reserve(fEntries.size());
   for (const Tentry& entry : fEntries) {
-    if (entry.key.get() && (!after || entry.hasAfter)) noted.emplace(entry.key.get(), &entry);
+    if (entry.key.watchedKey() && (!after || entry.hasAfter))
+      noted.emplace(entry.key.watchedKey(), &entry);
   }
   Tkeyframe** keys = array->keys();
   const unsigned n = array->count();

@@ -24,7 +24,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <vector>
 
 #include "lumora/base/internal/flat_multi_map.h"
 #include "lumora/keys/key_watch.h"
@@ -42,11 +41,16 @@ class TmoveJournal {
   TmoveJournal(const TmoveJournal&) = delete;
   TmoveJournal& operator=(const TmoveJournal&) = delete;
 
-  /// Notes the state of `key` now, unless it was noted already in this
-  /// modification. The curve's static flag is noted with the first key.
+  /// Notes the state of `key` now, unless it was noted already in this run
+  /// of moves: one probe for a key noted before. The curve's static flag is
+  /// noted with the first key.
   void noteBefore(Tkeyframe* key);
-  /// Takes the state after the operation of every key noted since the
-  /// last capture, and the static flag.
+  /// Takes the state of every noted key as it is now, and the static flag,
+  /// when anything was noted since the last capture. The curve calls it
+  /// when the run of moves ends: before any other change of the curve
+  /// starts, when another record is made, and when recording stops; a
+  /// restore calls it first too. A drag of many steps therefore copies each
+  /// key's state once, not once per step.
   void captureAfter();
 
   /// A drag record joined or left the group.
@@ -62,23 +66,28 @@ class TmoveJournal {
   std::size_t size() const { return fEntries.size(); }
 
  private:
+  // Watches a noted key: a key deleted meanwhile leaves the lookup, so that
+  // a new key object at the same address is noted afresh.
+  class Twatch final : public TkeyWatch {
+   public:
+    TmoveJournal* journal = nullptr;
+
+   private:
+    void keyDeleted(Tkeyframe* key) override;
+  };
   struct Tentry {
-    TkeyPointer key;
+    Twatch key;
     Tkeyframe before;
     Tkeyframe after;
     bool hasAfter = false;
-    bool pending = false;  // listed for the next capture
   };
   /// Puts the noted states back into the keys that are in the curve.
   void restore(bool after);
 
   TparamCurve* fCurve;
   std::deque<Tentry> fEntries;
-  TflatMultiMap<const void*, ThashPointer> fByKey;  // key object -> its entry's place
-  std::vector<Tentry*> fSinceCapture;
-  // Counts the captures; a key's slot holds the count at which it was last
-  // listed, so a key noted again before the next capture costs one probe.
-  std::uint32_t fCaptures = 1;
+  TflatMultiMap<const void*, ThashPointer> fByKey;  // live noted key -> its entry's place
+  bool fDirty = false;                              // noted since the last capture
   bool fHasStatic = false;
   bool fStaticBefore = false;
   bool fStaticAfter = false;
