@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <iterator>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -50,6 +51,9 @@ void assignState(Tkeyframe& key, const Tkeyframe& state) {
 
 void TmoveJournal::Twatch::keyDeleted(Tkeyframe* key) {
   if (auto* slot = journal->fByKey.find(key)) journal->fByKey.erase(*slot);
+  for (const Tkeyframe*& recent : journal->fRecent) {
+    if (recent == key) recent = nullptr;
+  }
 }
 
 void TmoveJournal::noteBefore(Tkeyframe* key) {
@@ -59,6 +63,10 @@ void TmoveJournal::noteBefore(Tkeyframe* key) {
     fStaticBefore = fStaticAfter = fCurve->staticCurve();
   }
   fDirty = true;
+  for (const Tkeyframe* recent : fRecent) {
+    if (recent == key) return;
+  }
+  fRecent[fRecentNext++ % std::size(fRecent)] = key;
   if (fByKey.find(key)) return;
   const auto place = static_cast<std::uint32_t>(fEntries.size());
   Tentry& entry = fEntries.emplace_back();

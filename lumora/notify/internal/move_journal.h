@@ -87,7 +87,11 @@ class TmoveJournal {
   TparamCurve* fCurve;
   std::deque<Tentry> fEntries;
   TflatMultiMap<const void*, ThashPointer> fByKey;  // live noted key -> its entry's place
-  bool fDirty = false;                              // noted since the last capture
+  // The last keys noted: a move notes a key with its neighbours, so
+  // successive moves of neighbouring keys note each key up to three times.
+  const Tkeyframe* fRecent[4] = {};
+  unsigned fRecentNext = 0;
+  bool fDirty = false;  // noted since the last capture
   bool fHasStatic = false;
   bool fStaticBefore = false;
   bool fStaticAfter = false;
