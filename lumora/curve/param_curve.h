@@ -306,6 +306,49 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// curves of a process ever share a stamp.
   std::uint64_t editStamp() const { return fEditStamp; }
 
+  // --- Queries (curve/queries.cpp) ------------------------------------------------------
+  // Read-only questions a graph editor asks. They evaluate through cursors
+  // of their own, so they leave the curve's cache alone and may run while
+  // other threads sample the curve.
+
+  /// A new handle (the caller owns it) to the key closest to `t`; null for a
+  /// curve without keys or a NaN time. Distances on float curves are whole
+  /// seconds (truncated toward zero), so keys less than a second from `t`
+  /// tie; a tie between the two keys around `t` goes to the later one. A
+  /// time of the other kind is taken by its seconds.
+  TkeyframeHandle* findClosestKeyframe(const TtimeValue& t) const;
+  /// A new handle to the key closest to the point (`t`, `value`) by
+  /// squared distance in seconds and value units, the first of equal ones;
+  /// with `selectedOnly`, among the selected keys only. Null when no key is
+  /// considered or the point is NaN.
+  TkeyframeHandle* findClosestKeyframe(const TtimeValue& t, double value, bool selectedOnly) const;
+  /// A new handle to the first key whose value is closest to `value`; null
+  /// for a curve without keys or a NaN value.
+  TkeyframeHandle* findClosestValue(double value) const;
+  /// The box the curve occupies over its keys, times in seconds: the keys'
+  /// times, and values widened by every span's control polygon (the Bezier
+  /// control values of the span, which contain the curve). One key gives the
+  /// point (its time, the curve's value there); no key leaves the outputs as
+  /// they were. With `selectedOnly` only the selected keys count, and the
+  /// spans between two selected keys: "frame selected" in a graph editor;
+  /// no selected key leaves the outputs as they were. Quaternion rotation
+  /// curves take the same path until rotation interpolation brings their
+  /// own.
+  void boundingBox(float& minTime, double& minValue, float& maxTime, double& maxValue,
+                   bool selectedOnly) const;
+  /// The box of the span from key `index` to the next: the two keys' times
+  /// and the control polygon's values. With `widen` the outputs grow to hold
+  /// the box (for a caller gathering several spans), otherwise they become
+  /// it. Nothing happens when the span does not exist.
+  void boundingBox(unsigned index, float& minTime, double& minValue, float& maxTime,
+                   double& maxValue, bool widen) const;
+  /// Where the control polygon of the span from key `index` is lowest and
+  /// highest: the extreme values and the times of the control points that
+  /// reach them (the earliest of equal ones). False, with the outputs
+  /// untouched, when the span does not exist.
+  bool minMaxValueAndTime(unsigned index, float& minTime, double& minValue, float& maxTime,
+                          double& maxValue) const;
+
   // --- Infinities -------------------------------------------------------------------------
 
   TinfinityType preInfinityType() const { return fPreInfinity; }
