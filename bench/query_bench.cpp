@@ -1,6 +1,6 @@
-// Curve queries on long curves: finding the key closest to a time must stay
-// logarithmic in the keys (a search, then the neighbours), and a bounding box
-// linear.
+// Curve queries on long curves: finding the key closest to a time, or the
+// next key (in the keys or in a cycled copy), must stay logarithmic in the
+// keys (a search, then the neighbours), and a bounding box linear.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include "lumora/base/time_arrays.h"
 #include "lumora/base/typed_array.h"
 #include "lumora/curve/param_curve.h"
+#include "lumora/keys/keyframe.h"
 #include "lumora/keys/keyframe_handle.h"
 
 namespace {
@@ -56,6 +57,27 @@ void BM_FindClosestKeyframe(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_FindClosestKeyframe)->Arg(1000)->Arg(1000000);
+
+// The next key after scattered times, half of them in a cycled copy (a new
+// key the caller deletes).
+void BM_GetNextKey(benchmark::State& state) {
+  const auto keys = static_cast<unsigned>(state.range(0));
+  const auto curve = makeCurve(keys);
+  curve->setPostInfinityType(TparamCurve::kCycleRelative);
+  std::vector<TtimeValue> times = probeTimes(keys);
+  for (std::size_t k = 0; k < times.size(); k += 2) {
+    times[k] = TtimeValue(
+        TanimTime(times[k].asAnimTime().inTicks() + static_cast<std::int32_t>(keys) * 100));
+  }
+  std::size_t i = 0;
+  for (auto _ : state) {
+    bool allocated = false;
+    lumora::Tkeyframe* key = curve->getNextKey(times[i++ % times.size()], true, allocated);
+    benchmark::DoNotOptimize(key);
+    if (allocated) delete key;
+  }
+}
+BENCHMARK(BM_GetNextKey)->Arg(1000)->Arg(1000000);
 
 void BM_BoundingBox(benchmark::State& state) {
   const auto keys = static_cast<unsigned>(state.range(0));

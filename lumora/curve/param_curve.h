@@ -349,6 +349,20 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   bool minMaxValueAndTime(unsigned index, float& minTime, double& minValue, float& maxTime,
                           double& maxValue) const;
 
+  /// The key after `t` (`forward`) or before it, including the keys of the
+  /// repeated copies that cycling, cycling-relative and oscillating
+  /// infinities lay out: the curve's own key (`allocated` false) or a new
+  /// key from the key pool that the caller deletes (`allocated` true), a
+  /// copy of the keyed-range key it repeats with the repeated time, the
+  /// value shifted by whole rises on a cycling-relative side, and in the
+  /// mirrored copies of an oscillation its tangents mirrored (in and out
+  /// swapped, slopes negated). Where two copies meet, the key is the one
+  /// evaluation takes there, so walking forward from before the first key
+  /// visits each time once, in order, with the curve's value at each. Null
+  /// past the last key a constant or linear side produces, for a NaN time,
+  /// and for a curve without keys; a one-key curve has no copies.
+  Tkeyframe* getNextKey(const TtimeValue& t, bool forward, bool& allocated) const;
+
   // --- Infinities -------------------------------------------------------------------------
 
   TinfinityType preInfinityType() const { return fPreInfinity; }

@@ -1,6 +1,7 @@
 // TparamCurve: which key is closest to a time, a point or a value, and the
 // box the curve occupies.
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 
@@ -224,6 +225,176 @@ bool TparamCurve::minMaxValueAndTime(unsigned index, float& minTime, double& min
   minTime = static_cast<float>(p.time[low]);
   maxTime = static_cast<float>(p.time[high]);
   return true;
+}
+
+// --- The keys of the repeated copies ---------------------------------------------------------
+//
+// Outside the keyed range [start, end] a looping side repeats the range in
+// copies of length R = end - start, counted from 1 outward. Within copy j a
+// key sits at the distance s in [0, R) from where the copy begins (end for
+// the side after the keys, start for the side before), and the copy maps s
+// to a time of the range either as start + s or as end - s, as evaluation
+// of the infinity does: that decides which keys a copy shows (the one at
+// s = R belongs to the next copy) and in which order. Copy 1's key at s = 0
+// is the end key of the range itself.
+
+namespace {
+
+enum class Tside { kPost, kPre };
+
+struct Tcopies {
+  const TparamCurve* curve;
+  Tside side;
+  TparamCurve::TinfinityType type;
+  bool ticks;
+  unsigned n;
+  double start;
+  double end;
+  double range;
+
+  double keyUnits(unsigned i) const {
+    const Tkeyframe* key = curve->keyframe(i);
+    return ticks ? static_cast<double>(key->timeAsTicks())
+                 : static_cast<double>(key->timeAsFloat());
+  }
+  // Whether copy j maps s to start + s (true) or to end - s.
+  bool fromStart(std::uint64_t j) const {
+    const bool odd = (j % 2) == 1;
+    if (side == Tside::kPost) return type == TparamCurve::kOscillate ? !odd : true;
+    return type == TparamCurve::kOscillate ? odd : false;
+  }
+  // The s of key i in a copy of that direction.
+  double distanceOf(unsigned i, bool up) const {
+    return up ? keyUnits(i) - start : end - keyUnits(i);
+  }
+  // The first key in [lo, hi] later than u, or hi + 1.
+  unsigned firstAfter(double u, unsigned lo, unsigned hi) const {
+    unsigned a = lo, b = hi + 1;
+    while (a < b) {
+      const unsigned mid = a + (b - a) / 2;
+      if (keyUnits(mid) > u) {
+        b = mid;
+      } else {
+        a = mid + 1;
+      }
+    }
+    return a;
+  }
+  // The last key in [lo, hi] earlier than u, or lo - 1 (wrapping below 0).
+  unsigned lastBefore(double u, unsigned lo, unsigned hi) const {
+    return firstAfter(std::nextafter(u, -HUGE_VAL), lo, hi) - 1;
+  }
+  // The key of copy j with the least s above `s` (outward) or the greatest
+  // below it (inward); false when the copy has none.
+  bool nextIn(std::uint64_t j, double s, bool outward, unsigned& i) const {
+    const bool up = fromStart(j);
+    // Keys a copy shows: s in [0, R).
+    const unsigned lo = up ? 0 : 1;
+    const unsigned hi = up ? n - 2 : n - 1;
+    if (up) {
+      i = outward ? firstAfter(start + s, lo, hi) : lastBefore(start + s, lo, hi);
+    } else {
+      i = outward ? lastBefore(end - s, lo, hi) : firstAfter(end - s, lo, hi);
+    }
+    return i >= lo && i <= hi;
+  }
+};
+
+}  // namespace
+
+Tkeyframe* TparamCurve::getNextKey(const TtimeValue& t, bool forward, bool& allocated) const {
+  allocated = false;
+  const unsigned n = keyframeCount();
+  if (n == 0 || !usable(t)) return nullptr;
+  const bool ticks = isAnimTime();
+  const TtimeValue at = t.isAnimTime() == ticks ? t : makeTimeValue(t.inSeconds());
+  const double u = ticks ? static_cast<double>(at.asAnimTime().inTicks()) : at.asFloat();
+  Tcopies c{this, Tside::kPost, fPostInfinity, ticks, n, 0.0, 0.0, 0.0};
+  c.start = c.keyUnits(0);
+  c.end = c.keyUnits(n - 1);
+  c.range = c.end - c.start;
+
+  // Within the range: the curve's own keys.
+  if (forward && u >= c.start && u < c.end) return keyframe(c.firstAfter(u, 0, n - 1));
+  if (!forward && u > c.start && u <= c.end) return keyframe(c.lastBefore(u, 0, n - 1));
+  // Outside it: the side `u` lies on, walked outward (away from the keys)
+  // or inward.
+  c.side = (forward ? u >= c.end : u > c.end) ? Tside::kPost : Tside::kPre;
+  c.type = c.side == Tside::kPost ? fPostInfinity : fPreInfinity;
+  const bool outward = c.side == Tside::kPost ? forward : !forward;
+  const bool loops = c.type == kCycle || c.type == kCycleRelative || c.type == kOscillate;
+  if (!(c.range > 0.0) || !loops) {
+    // No copies: inward comes the end key of the range itself.
+    if (outward) return nullptr;
+    return keyframe(c.side == Tside::kPost ? n - 1 : 0u);
+  }
+
+  // Where `u` lies: copy j, distance s into it.
+  const double d = c.side == Tside::kPost ? u - c.end : c.start - u;
+  double whole = std::floor(d / c.range);
+  if (!(whole < 4e18)) return nullptr;  // beyond counting copies
+  auto j = static_cast<std::uint64_t>(whole) + 1;
+  double s = d - whole * c.range;
+  if (s < 0.0) s = 0.0;
+  if (s >= c.range) {
+    ++j;
+    s = 0.0;
+  }
+  for (int attempt = 0; attempt < 4; ++attempt) {
+    unsigned i = 0;
+    if (!c.nextIn(j, s, outward, i)) {
+      if (outward) {
+        ++j;
+        i = c.fromStart(j) ? 0 : n - 1;
+      } else if (j == 1) {
+        // Back at the range: its end key.
+        return keyframe(c.side == Tside::kPost ? n - 1 : 0u);
+      } else {
+        --j;
+        i = c.fromStart(j) ? n - 2 : 1;
+      }
+    }
+    const double si = c.distanceOf(i, c.fromStart(j));
+    if (j == 1 && si == 0.0) return keyframe(c.side == Tside::kPost ? n - 1 : 0u);
+    const double offset = static_cast<double>(j - 1) * c.range + si;
+    const double units = c.side == Tside::kPost ? c.end + offset : c.start - offset;
+    TtimeValue time;
+    if (ticks) {
+      if (units < -2147483648.0 || units > 2147483647.0) return nullptr;
+      time = TtimeValue(TanimTime(static_cast<std::int32_t>(units)));
+    } else {
+      if (!(std::fabs(units) <= FLT_MAX)) return nullptr;
+      time = TtimeValue(static_cast<float>(units));
+    }
+    // Far from zero float seconds may round a copy's key onto `t` or past
+    // it: the search goes on from there.
+    const double got = ticks ? static_cast<double>(time.asAnimTime().inTicks()) : time.asFloat();
+    if (forward ? got <= u : got >= u) {
+      s = si;
+      continue;
+    }
+    const Tkeyframe* source = keyframe(i);
+    auto* copy = new Tkeyframe(*source);
+    double value = source->value();
+    if (c.type == kCycleRelative) {
+      const double rise = keyframe(n - 1)->value() - keyframe(0u)->value();
+      value += (c.side == Tside::kPost ? rise : -rise) * static_cast<double>(j);
+    }
+    copy->setTimeAndValue(time, value, source->quaternionW());
+    const bool mirrored = c.side == Tside::kPost ? !c.fromStart(j) : c.fromStart(j);
+    if (mirrored) {
+      float inX = 0.0f, inY = 0.0f, outX = 0.0f, outY = 0.0f;
+      source->getTanIn(inX, inY);
+      source->getTanOut(outX, outY);
+      copy->setTangentType(Tkeyframe::kInSide, source->tanOutType());
+      copy->setTangentType(Tkeyframe::kOutSide, source->tanInType());
+      copy->setTangent(Tkeyframe::kInSide, outX, -outY);
+      copy->setTangent(Tkeyframe::kOutSide, inX, -inY);
+    }
+    allocated = true;
+    return copy;
+  }
+  return nullptr;
 }
 
 }  // namespace lumora

@@ -5,6 +5,8 @@
 #include <limits>
 #include <memory>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "lumora/curve/eval_cursor.h"
 #include "lumora/curve/param_curve.h"
@@ -164,6 +166,117 @@ TEST(BoundingBox, SmallCurvesSpansAndSelections) {
   line.boundingBox(2u, spanMin, spanLow, spanMax, spanHigh, false);
   EXPECT_EQ(std::tuple(minTime, minValue, maxTime, maxValue),
             std::tuple(spanMin, spanLow, spanMax, spanHigh));
+}
+
+// --- getNextKey ----------------------------------------------------------------------------
+
+struct Tvisited {
+  double time;  // seconds
+  double value;
+  float inSlope;
+  float outSlope;
+  bool allocated;
+};
+
+// Walks getNextKey from `from` until it reaches `to` or passes it.
+std::vector<Tvisited> walk(const TparamCurve& c, float from, float to, bool forward) {
+  std::vector<Tvisited> out;
+  TtimeValue t = c.makeTimeValue(from);
+  for (int guard = 0; guard < 1000; ++guard) {
+    bool allocated = false;
+    Tkeyframe* key = c.getNextKey(t, forward, allocated);
+    if (!key) break;
+    const TtimeValue at =
+        c.isAnimTime() ? TtimeValue(key->timeAsAnimTime()) : TtimeValue(key->timeAsFloat());
+    float x = 0.0f, y = 0.0f, ox = 0.0f, oy = 0.0f;
+    key->getTanIn(x, y);
+    key->getTanOut(ox, oy);
+    out.push_back({at.inSeconds(), key->value(), y / x, oy / ox, allocated});
+    if (allocated) delete key;
+    if (forward ? at.inSeconds() >= to : at.inSeconds() <= to) break;
+    t = at;
+  }
+  return out;
+}
+
+// Keys at 0, 0.5, 1.25 and 2 s (ticks or seconds) of distinct values and
+// slopes, so that every copy shows which key it repeats and how.
+TparamCurve loopingCurve(bool isFloat) {
+  TparamCurve c(isFloat);
+  const std::pair<float, double> keys[] = {{0.0f, 0.0}, {0.5f, 3.0}, {1.25f, -1.0}, {2.0f, 2.0}};
+  for (const auto& [t, v] : keys) {
+    c.add(Tkeyframe(c.makeTimeValue(t), v, kTangentSpline, kTangentSpline));
+  }
+  return c;
+}
+
+TEST(GetNextKey, WalksTheKeysEvaluationPassesThroughOnEverySide) {
+  using Tinf = TparamCurve::TinfinityType;
+  for (bool isFloat : {true, false}) {
+    for (Tinf type : {TparamCurve::kCycle, TparamCurve::kCycleRelative, TparamCurve::kOscillate,
+                      TparamCurve::kConstant, TparamCurve::kLinear}) {
+      SCOPED_TRACE(testing::Message() << "float " << isFloat << " type " << type);
+      TparamCurve c = loopingCurve(isFloat);
+      c.setPreInfinityType(type);
+      c.setPostInfinityType(type);
+      const bool loops = type != TparamCurve::kConstant && type != TparamCurve::kLinear;
+      const std::vector<Tvisited> up = walk(c, -7.3f, 9.1f, true);
+      // Three keys a period (the range's ends meet), or only the four keys.
+      ASSERT_EQ(up.size(), loops ? 25u : 4u);
+      TevalCursor cursor;
+      for (std::size_t k = 0; k < up.size(); ++k) {
+        if (k > 0) {
+          EXPECT_LT(up[k - 1].time, up[k].time);
+        }
+        const double v = c.evaluate(c.makeTimeValue(static_cast<float>(up[k].time)), cursor);
+        EXPECT_NEAR(up[k].value, v, 1e-9) << "at " << up[k].time;
+        const bool inside = up[k].time >= 0.0 && up[k].time <= 2.0;
+        EXPECT_EQ(up[k].allocated, !inside);
+        // The slope on either side of a copied key is the curve's own, but
+        // where two copies meet only on the side of the key's own copy.
+        if (up[k].allocated && up[k].time > -6.0 && up[k].time < 8.0) {
+          const auto at = static_cast<float>(up[k].time);
+          const double h = 1e-3;
+          const double before = (v - c.evaluate(at - static_cast<float>(h), cursor)) / h;
+          const double after = (c.evaluate(at + static_cast<float>(h), cursor) - v) / h;
+          const bool seam = std::fmod(up[k].time, 2.0) == 0.0;
+          if (!seam || up[k].time < 0.0) {
+            EXPECT_NEAR(up[k].inSlope, before, 0.05 * (1.0 + std::fabs(before))) << up[k].time;
+          }
+          if (!seam || up[k].time > 0.0) {
+            EXPECT_NEAR(up[k].outSlope, after, 0.05 * (1.0 + std::fabs(after))) << up[k].time;
+          }
+        }
+      }
+      // Walking back from the last key gives the others in reverse.
+      const std::vector<Tvisited> down = walk(c, static_cast<float>(up.back().time),
+                                              static_cast<float>(up.front().time), false);
+      ASSERT_EQ(down.size() + 1, up.size());
+      for (std::size_t k = 0; k < down.size(); ++k) {
+        EXPECT_EQ(down[down.size() - 1 - k].time, up[k].time);
+        EXPECT_EQ(down[down.size() - 1 - k].value, up[k].value);
+      }
+    }
+  }
+}
+
+TEST(GetNextKey, EndsAndBadInput) {
+  bool allocated = true;
+  EXPECT_EQ(TparamCurve(true).getNextKey(TtimeValue(1.0f), true, allocated), nullptr);
+  TparamCurve one(/*isFloat=*/true);
+  one.add(Tkeyframe(1.0f, 4.0));
+  one.setPostInfinityType(TparamCurve::kCycle);
+  EXPECT_EQ(one.getNextKey(TtimeValue(0.0f), true, allocated), one.keyframe(0u));
+  EXPECT_FALSE(allocated);
+  EXPECT_EQ(one.getNextKey(TtimeValue(1.0f), true, allocated), nullptr);
+  EXPECT_EQ(one.getNextKey(TtimeValue(std::nanf("")), true, allocated), nullptr);
+  EXPECT_EQ(one.getNextKey(TtimeValue(), false, allocated), nullptr);
+  // On a key, the next and the previous are its neighbours.
+  const TparamCurve c = loopingCurve(true);
+  EXPECT_EQ(c.getNextKey(TtimeValue(0.5f), true, allocated), c.keyframe(2u));
+  EXPECT_EQ(c.getNextKey(TtimeValue(0.5f), false, allocated), c.keyframe(0u));
+  EXPECT_EQ(c.getNextKey(TtimeValue(2.0f), true, allocated), nullptr);
+  EXPECT_EQ(c.getNextKey(TtimeValue(-3.0f), true, allocated), c.keyframe(0u));
 }
 
 }  // namespace
