@@ -503,6 +503,7 @@ enum Top : std::uint8_t {
   kOpMoveKeyframe,
   kOpBreakdown,
   kOpMoveEdit,
+  kOpQuery,
   kOpCount
 };
 
@@ -1474,6 +1475,62 @@ void opMoveEdit(Tstep& step) {
   editedOutsideRecording(c);
 }
 
+// The read-only queries: the closest keys, the box, and a walk of a few
+// keys with getNextKey, whose times must move strictly in the walk's
+// direction and whose own keys must be the curve's.
+void opQuery(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const TtimeValue t = decodeTime(in, curve);
+  const double v = decodeValue(in);
+  const bool flag = in.flag(), forward = in.flag();
+  const unsigned steps = in.u8() % 8;
+  logStep(format("curve %u: queries at %s, %.17g, %s; walk %u keys %s", c, describeTime(t).c_str(),
+                 v, boolName(flag), steps, forward ? "forward" : "backward"));
+  const auto own = [&curve](const TkeyframeHandle* h, const char* what) {
+    expect(!h || (h->paramCurve() == &curve && contains(curve, h->keyframe())),
+           format("%s named no key of the curve", what));
+    delete h;
+  };
+  own(curve.findClosestKeyframe(t), "findClosestKeyframe(t)");
+  own(curve.findClosestKeyframe(t, v, flag), "findClosestKeyframe(t, value)");
+  own(curve.findClosestValue(v), "findClosestValue");
+  const unsigned n = curve.keyframeCount();
+  float minTime = 0.0f, maxTime = 0.0f;
+  double minValue = 0.0, maxValue = 0.0;
+  curve.boundingBox(minTime, minValue, maxTime, maxValue, flag);
+  if (!flag && n > 1) {
+    for (unsigned i = 0; i < n; ++i) {
+      const double kv = curve.keyframe(i)->value();
+      const float ks = curve.seconds(i);
+      expect(kv >= minValue && kv <= maxValue && ks >= minTime && ks <= maxTime,
+             format("curve %u: key %u lies outside the bounding box", c, i));
+    }
+  }
+  (void)curve.minMaxValueAndTime(in.u8() % (n + 1), minTime, minValue, maxTime, maxValue);
+  TtimeValue at = t;
+  for (unsigned k = 0; k < steps; ++k) {
+    bool allocated = false;
+    Tkeyframe* key = curve.getNextKey(at, forward, allocated);
+    if (!key) break;
+    const TtimeValue next = curve.timeValue(key);
+    expect(allocated != contains(curve, key),
+           format("curve %u: getNextKey gave a %s key", c, allocated ? "curve's" : "foreign"));
+    const bool usable = !(at.isFloat() && std::isnan(at.asFloat())) && !at.isNeither() &&
+                        at.isAnimTime() == curve.isAnimTime();
+    if (usable) {
+      const double from = curve.isAnimTime() ? at.asAnimTime().inTicks() : at.asFloat();
+      const double to = curve.isAnimTime() ? next.asAnimTime().inTicks() : next.asFloat();
+      expect(forward ? to > from : to < from,
+             format("curve %u: getNextKey went from %.9g to %.9g walking %s", c, from, to,
+                    forward ? "forward" : "backward"));
+    }
+    if (allocated) delete key;
+    at = next;
+  }
+}
+
 // One function per operation byte value, in the order of Top.
 using TstepFunction = void (*)(Tstep&);
 constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
@@ -1489,7 +1546,7 @@ constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
                                     opRedo,         opDropAction,   opGenerateDeltas,
                                     opSiblings,     opSelect,       opMovePicks,
                                     opDrag,         opMoveKeyframe, opBreakdown,
-                                    opMoveEdit};
+                                    opMoveEdit,     opQuery};
 static_assert(std::size(kSteps) == kOpCount, "one function per operation");
 
 // Runs one step on curve `c`.
