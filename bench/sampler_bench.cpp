@@ -43,6 +43,18 @@ const TparamCurve& randomSpline() {
   return curve;
 }
 
+// The floor of random access: upper_bound on the key times, then Horner.
+void floorOneByOne(benchmark::State& state, const bench::TfloorCurve& floor,
+                   const std::vector<float>& times) {
+  std::vector<double> values(times.size());
+  for (auto _ : state) {
+    bench::floorRandom(floor, times, values.data());
+    benchmark::DoNotOptimize(values.data());
+    benchmark::ClobberMemory();
+  }
+  setSamples(state, times.size());
+}
+
 // Random access, one evaluate call per time.
 void sampleOneByOne(benchmark::State& state, const TcurveSampler& sampler,
                     const std::vector<float>& times) {
@@ -60,13 +72,7 @@ void sampleOneByOne(benchmark::State& state, const TcurveSampler& sampler,
 void BM_SamplerRandomFloor(benchmark::State& state) {
   const bench::TfloorCurve floor = bench::hermiteFloor(randomSpline());
   const std::vector<float> times = bench::randomTimes(kRandomSamples, kRandomKeys - 1);
-  std::vector<double> values(times.size());
-  for (auto _ : state) {
-    bench::floorRandom(floor, times, values.data());
-    benchmark::DoNotOptimize(values.data());
-    benchmark::ClobberMemory();
-  }
-  setSamples(state, times.size());
+  floorOneByOne(state, floor, times);
 }
 BENCHMARK(BM_SamplerRandomFloor);
 
@@ -95,13 +101,7 @@ BENCHMARK(BM_SamplerRandomArray);
 void BM_SamplerWeightedRandomFloor(benchmark::State& state) {
   const bench::TfloorCurve floor = bench::bezierValueFloor(*bench::makeOffThirdsCurve(kRandomKeys));
   const std::vector<float> times = bench::randomTimes(kRandomSamples, kRandomKeys - 1);
-  std::vector<double> values(times.size());
-  for (auto _ : state) {
-    bench::floorRandom(floor, times, values.data());
-    benchmark::DoNotOptimize(values.data());
-    benchmark::ClobberMemory();
-  }
-  setSamples(state, times.size());
+  floorOneByOne(state, floor, times);
 }
 BENCHMARK(BM_SamplerWeightedRandomFloor);
 

@@ -751,6 +751,9 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void dropEditState();
   /// Places the targets of the breakdown records from their neighbours'.
   void placeBreakdownTargets();
+  /// Adds the breakdown keys of the cache to the move list, as keys that
+  /// follow the move without being picked.
+  void listBreakdownFollowers();
   /// Notes the keys around `index` in the move journal before they change.
   void noteMoveBefore(unsigned index);
   /// Brackets a move operation; the outermost one closes the journal's

@@ -240,11 +240,7 @@ bool TparamCurve::beginMoveKeys(const TpickKeyDictionary& picks) {
     ++counter;
   }
   getAffectedBreakdowns(picks);
-  for (unsigned i = 0; i < breakdownCacheCount(); ++i) {
-    TbreakdownData* record = fBreakdownCache->at(i);
-    if (record->keyHandle())
-      fMoveList->add(*record->keyHandle(), record, false, TmoveRecord::kNoPick);
-  }
+  listBreakdownFollowers();
   return true;
 }
 
@@ -257,12 +253,16 @@ bool TparamCurve::beginMoveKeys(const TkeyframeHandlePtrArray& handles) {
     if (handle && keyOf(*this, *handle)) fMoveList->add(*handle, nullptr, true, i);
   }
   getAffectedBreakdowns(handles);
+  listBreakdownFollowers();
+  return true;
+}
+
+void TparamCurve::listBreakdownFollowers() {
   for (unsigned i = 0; i < breakdownCacheCount(); ++i) {
     TbreakdownData* record = fBreakdownCache->at(i);
     if (record->keyHandle())
       fMoveList->add(*record->keyHandle(), record, false, TmoveRecord::kNoPick);
   }
-  return true;
 }
 
 void TparamCurve::endMoveKeys() {
