@@ -43,50 +43,65 @@ inline double horner(const Tcubic& c, double s) {
   return ((c.a * s + c.b) * s + c.c) * s + c.d;
 }
 
-// The Hermite cubic of each span of a non-weighted curve: only the slopes of
-// the tangents matter.
-inline TfloorCurve hermiteFloor(const TparamCurve& curve) {
+// What a floor needs of one span: its length, end values and the tangents
+// that leave and enter it.
+struct TspanData {
+  double h;
+  double y0;
+  double y3;
+  float outX, outY, inX, inY;
+};
+
+// The key times of `curve`, and cubic(span) of each span.
+template <typename Cubic>
+TfloorCurve floorOf(const TparamCurve& curve, Cubic cubic) {
   TfloorCurve f;
   const unsigned n = curve.keyframeCount();
   for (unsigned i = 0; i < n; ++i) f.keyTimes.push_back(curve.seconds(i));
   for (unsigned i = 0; i + 1 < n; ++i) {
-    float ox = 0.0f, oy = 0.0f, ix = 0.0f, iy = 0.0f;
-    curve.keyframe(i)->getTanOut(ox, oy);
-    curve.keyframe(i + 1)->getTanIn(ix, iy);
-    const double h = f.keyTimes[i + 1] - f.keyTimes[i];
-    const double y0 = curve.keyframe(i)->value();
-    const double dy = curve.keyframe(i + 1)->value() - y0;
-    const double m0 = static_cast<double>(oy) / ox;
-    const double m1 = static_cast<double>(iy) / ix;
-    f.spans.push_back(
-        {(m0 + m1) / (h * h) - 2.0 * dy / (h * h * h), (3.0 * dy / h - 2.0 * m0 - m1) / h, m0, y0});
+    TspanData d{f.keyTimes[i + 1] - f.keyTimes[i],
+                curve.keyframe(i)->value(),
+                curve.keyframe(i + 1)->value(),
+                0.0f,
+                0.0f,
+                0.0f,
+                0.0f};
+    curve.keyframe(i)->getTanOut(d.outX, d.outY);
+    curve.keyframe(i + 1)->getTanIn(d.inX, d.inY);
+    f.spans.push_back(cubic(d));
   }
   return f;
+}
+
+// The Hermite cubic of each span of a non-weighted curve: only the slopes of
+// the tangents matter.
+inline TfloorCurve hermiteFloor(const TparamCurve& curve) {
+  return floorOf(curve, [](const TspanData& d) {
+    const double h = d.h;
+    const double dy = d.y3 - d.y0;
+    const double m0 = static_cast<double>(d.outY) / d.outX;
+    const double m1 = static_cast<double>(d.inY) / d.inX;
+    return Tcubic{(m0 + m1) / (h * h) - 2.0 * dy / (h * h * h), (3.0 * dy / h - 2.0 * m0 - m1) / h,
+                  m0, d.y0};
+  });
 }
 
 // The value polynomial of each span of a weighted curve, taken as if time ran
 // linearly in the Bezier parameter: the cost of a weighted sample without its
 // root finding, and the same work per sample as hermiteFloor.
 inline TfloorCurve bezierValueFloor(const TparamCurve& curve) {
-  TfloorCurve f;
-  const unsigned n = curve.keyframeCount();
-  for (unsigned i = 0; i < n; ++i) f.keyTimes.push_back(curve.seconds(i));
-  for (unsigned i = 0; i + 1 < n; ++i) {
-    float ox = 0.0f, oy = 0.0f, ix = 0.0f, iy = 0.0f;
-    curve.keyframe(i)->getTanOut(ox, oy);
-    curve.keyframe(i + 1)->getTanIn(ix, iy);
-    const double h = f.keyTimes[i + 1] - f.keyTimes[i];
-    const double p0 = curve.keyframe(i)->value();
-    const double p3 = curve.keyframe(i + 1)->value();
-    const double p1 = p0 + oy / 3.0;
-    const double p2 = p3 - iy / 3.0;
+  return floorOf(curve, [](const TspanData& d) {
+    const double h = d.h;
+    const double p0 = d.y0;
+    const double p3 = d.y3;
+    const double p1 = p0 + d.outY / 3.0;
+    const double p2 = p3 - d.inY / 3.0;
     // Power basis in u = s / h, rescaled to s.
     const double c3 = p3 - 3.0 * p2 + 3.0 * p1 - p0;
     const double c2 = 3.0 * (p2 - 2.0 * p1 + p0);
     const double c1 = 3.0 * (p1 - p0);
-    f.spans.push_back({c3 / (h * h * h), c2 / (h * h), c1 / h, p0});
-  }
-  return f;
+    return Tcubic{c3 / (h * h * h), c2 / (h * h), c1 / h, p0};
+  });
 }
 
 // Samples are written to an output buffer, as a host fills an animation
