@@ -1520,8 +1520,12 @@ void opQuery(Tstep& step) {
     const bool usable = !(at.isFloat() && std::isnan(at.asFloat())) && !at.isNeither() &&
                         at.isAnimTime() == curve.isAnimTime();
     if (usable) {
-      const double from = curve.isAnimTime() ? at.asAnimTime().inTicks() : at.asFloat();
-      const double to = curve.isAnimTime() ? next.asAnimTime().inTicks() : next.asFloat();
+      const auto units = [&curve](const TtimeValue& time) {
+        return curve.isAnimTime() ? static_cast<double>(time.asAnimTime().inTicks())
+                                  : static_cast<double>(time.asFloat());
+      };
+      const double from = units(at);
+      const double to = units(next);
       expect(forward ? to > from : to < from,
              format("curve %u: getNextKey went from %.9g to %.9g walking %s", c, from, to,
                     forward ? "forward" : "backward"));
