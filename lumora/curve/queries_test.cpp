@@ -249,8 +249,8 @@ TEST(GetNextKey, WalksTheKeysEvaluationPassesThroughOnEverySide) {
         }
       }
       // Walking back from the last key gives the others in reverse.
-      const std::vector<Tvisited> down = walk(c, static_cast<float>(up.back().time),
-                                              static_cast<float>(up.front().time), false);
+      const std::vector<Tvisited> down =
+          walk(c, static_cast<float>(up.back().time), static_cast<float>(up.front().time), false);
       ASSERT_EQ(down.size() + 1, up.size());
       for (std::size_t k = 0; k < down.size(); ++k) {
         EXPECT_EQ(down[down.size() - 1 - k].time, up[k].time);
