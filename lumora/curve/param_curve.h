@@ -309,7 +309,8 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   // --- Queries (curve/queries.cpp) ------------------------------------------------------
   // Read-only questions a graph editor asks. They evaluate through cursors
   // of their own, so they leave the curve's cache alone and may run while
-  // other threads sample the curve.
+  // other threads sample the curve; the handles and keys they return are
+  // made as edits make them, so one thread at a time may query or edit.
 
   /// A new handle (the caller owns it) to the key closest to `t`; null for a
   /// curve without keys or a NaN time. Distances on float curves are whole
