@@ -504,6 +504,7 @@ enum Top : std::uint8_t {
   kOpBreakdown,
   kOpMoveEdit,
   kOpQuery,
+  kOpLocks,
   kOpCount
 };
 
@@ -1475,6 +1476,37 @@ void opMoveEdit(Tstep& step) {
   editedOutsideRecording(c);
 }
 
+// Tangent and weight locks, of one key or of a selection.
+void opLocks(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  const std::uint8_t how = in.u8();
+  const bool locked = in.flag();
+  const bool weights = (how & 1) != 0;
+  if ((how & 2) != 0) {
+    std::string text;
+    const TpickKeyDictionary picks = decodePicks(in, c, text);
+    logStep(format("curve %u: set%sLockedStatus([%s], %s)", c, weights ? "Weight" : "Tangent",
+                   text.c_str(), boolName(locked)));
+    (void)(weights ? curve.setWeightLockedStatus(picks, locked)
+                   : curve.setTangentLockedStatus(picks, locked));
+  } else {
+    const unsigned i = decodeIndex(in, curve);
+    logStep(format("curve %u: set%sLocked(%u, %s)", c, weights ? "Weights" : "Tangents", i,
+                   boolName(locked)));
+    if (weights) {
+      curve.setWeightsLocked(i, locked);
+    } else {
+      curve.setTangentsLocked(i, locked);
+    }
+    expect(!curve.keyframe(i) ||
+               (weights ? curve.weightsLocked(i) : curve.tangentsLocked(i)) == locked,
+           format("curve %u: the lock of key %u did not take", c, i));
+  }
+  editedOutsideRecording(c);
+}
+
 // The read-only queries: the closest keys, the box, and a walk of a few
 // keys with getNextKey, whose times must move strictly in the walk's
 // direction and whose own keys must be the curve's.
@@ -1550,7 +1582,7 @@ constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
                                     opRedo,         opDropAction,   opGenerateDeltas,
                                     opSiblings,     opSelect,       opMovePicks,
                                     opDrag,         opMoveKeyframe, opBreakdown,
-                                    opMoveEdit,     opQuery};
+                                    opMoveEdit,     opQuery,        opLocks};
 static_assert(std::size(kSteps) == kOpCount, "one function per operation");
 
 // Runs one step on curve `c`.

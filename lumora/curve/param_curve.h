@@ -392,6 +392,21 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Writes a dragged tangent and makes the side fixed. False for a missing
   /// key, an in side of a linear span, or a refused scope.
   bool dragTangent(unsigned index, float x, float y, bool inSide);
+  /// Locks (or frees) the two tangents of key `index` together: a drag of
+  /// one side then turns and stretches the other alike. Recorded for undo.
+  /// Nothing for a missing key or a refused change.
+  void setTangentsLocked(unsigned index, bool locked);
+  /// False for a missing key.
+  bool tangentsLocked(unsigned index) const;
+  /// Locks or frees the tangents of every picked key of this curve (void
+  /// picks, picks of other curves and of keys no longer here are skipped),
+  /// as one change. False only when the change is refused.
+  bool setTangentLockedStatus(const TpickKeyDictionary& picks, bool locked);
+  /// The same for the weight lock, which keeps a weighted handle's length
+  /// while it is turned.
+  void setWeightsLocked(unsigned index, bool locked);
+  bool weightsLocked(unsigned index) const;
+  bool setWeightLockedStatus(const TpickKeyDictionary& picks, bool locked);
 
   // --- Adding and removing keys -----------------------------------------------------------------
 
@@ -752,6 +767,10 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void dropEditState();
   /// Places the targets of the breakdown records from their neighbours'.
   void placeBreakdownTargets();
+  /// Sets one lock of key `index` inside an open change, recording the
+  /// key's states; nothing when the lock is already so.
+  void setKeyLock(unsigned index, bool locked, bool weights);
+  bool setPickedLocks(const TpickKeyDictionary& picks, bool locked, bool weights);
   /// Adds the breakdown keys of the cache to the move list, as keys that
   /// follow the move without being picked.
   void listBreakdownFollowers();
