@@ -392,6 +392,12 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Writes a dragged tangent and makes the side fixed. False for a missing
   /// key, an in side of a linear span, or a refused scope.
   bool dragTangent(unsigned index, float x, float y, bool inSide);
+  /// The tangent (x, y) that points side `inSide` of key `index` at `angle`
+  /// with the view length `weight` (at least 0.005), under the view scales
+  /// a (time) and b (value; a scale of 0 counts as 1). The key is not
+  /// changed; the outputs are left alone for a missing key.
+  void setTangentWeightAndAngle(unsigned index, float weight, const Tangle& angle, bool inSide,
+                                float& x, float& y, float a, float b) const;
   /// Locks (or frees) the two tangents of key `index` together: a drag of
   /// one side then turns and stretches the other alike. Recorded for undo.
   /// Nothing for a missing key or a refused change.
@@ -770,6 +776,29 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// Sets one lock of key `index` inside an open change, recording the
   /// key's states; nothing when the lock is already so.
   void setKeyLock(unsigned index, bool locked, bool weights);
+  // Tangent geometry (edit/tangent_edit.cpp): each computes a tangent (x, y)
+  // without touching the key, but for manageTangentChangeWhenLocked.
+  void setTangentAngle(unsigned index, const Tangle& angle, bool inSide, float& x, float& y,
+                       float a, float b) const;
+  void setTangentWeight(unsigned index, float weight, bool inSide, float& x, float& y, float a,
+                        float b) const;
+  /// Absolute or relative edits of a side's angle and weight; the largest
+  /// float weight and an angle of the largest double in degrees leave that
+  /// part as it is.
+  void editTangent(unsigned index, bool relative, const Tangle& angle, float weight, bool inSide,
+                   float& x, float& y, float a, float b) const;
+  /// (x, y) takes the view length of (refX, refY), keeping its direction.
+  void adjustForWeightLock(float a, float b, float refX, float refY, float& x, float& y) const;
+  /// (x, y) takes the direction of (refX, refY), keeping its view length.
+  void adjustForAngleLock(float a, float b, float refX, float refY, float& x, float& y) const;
+  /// Turns and stretches the other side of a locked key as the dragged side
+  /// went from (oldX, oldY) to (x, y); pulls the dragged side back where the
+  /// other cannot follow. True when it could follow as dragged.
+  bool preserveTangentLock(float s, float oldX, float oldY, float& x, float& y, float otherX,
+                           float otherY, float& outX, float& outY) const;
+  /// After side `inSide` of key `index` was dragged from (oldX, oldY): the
+  /// other side follows through the lock, or the dragged side goes back.
+  bool manageTangentChangeWhenLocked(float s, unsigned index, float oldX, float oldY, bool inSide);
   bool setPickedLocks(const TpickKeyDictionary& picks, bool locked, bool weights);
   /// Adds the breakdown keys of the cache to the move list, as keys that
   /// follow the move without being picked.

@@ -58,6 +58,30 @@ class TparamCurveTestAccess {
   static void setInfinityRaw(TparamCurve& c, int type, bool pre) {
     (pre ? c.fPreInfinity : c.fPostInfinity) = static_cast<TparamCurve::TinfinityType>(type);
   }
+  static void editTangent(const TparamCurve& c, unsigned index, bool relative, const Tangle& angle,
+                          float weight, bool inSide, float& x, float& y, float a, float b) {
+    c.editTangent(index, relative, angle, weight, inSide, x, y, a, b);
+  }
+  static void setTangentWeight(const TparamCurve& c, unsigned index, float weight, bool inSide,
+                               float& x, float& y, float a, float b) {
+    c.setTangentWeight(index, weight, inSide, x, y, a, b);
+  }
+  static void adjustForWeightLock(const TparamCurve& c, float a, float b, float refX, float refY,
+                                  float& x, float& y) {
+    c.adjustForWeightLock(a, b, refX, refY, x, y);
+  }
+  static void adjustForAngleLock(const TparamCurve& c, float a, float b, float refX, float refY,
+                                 float& x, float& y) {
+    c.adjustForAngleLock(a, b, refX, refY, x, y);
+  }
+  static bool preserveTangentLock(const TparamCurve& c, float s, float oldX, float oldY, float& x,
+                                  float& y, float otherX, float otherY, float& outX, float& outY) {
+    return c.preserveTangentLock(s, oldX, oldY, x, y, otherX, otherY, outX, outY);
+  }
+  static bool manageTangentChangeWhenLocked(TparamCurve& c, float s, unsigned index, float oldX,
+                                            float oldY, bool inSide) {
+    return c.manageTangentChangeWhenLocked(s, index, oldX, oldY, inSide);
+  }
 };
 
 }  // namespace lumora
