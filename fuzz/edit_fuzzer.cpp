@@ -505,6 +505,7 @@ enum Top : std::uint8_t {
   kOpMoveEdit,
   kOpQuery,
   kOpLocks,
+  kOpAdjustTangent,
   kOpCount
 };
 
@@ -1507,6 +1508,31 @@ void opLocks(Tstep& step) {
   editedOutsideRecording(c);
 }
 
+// A tangent handle dragged: the first of the decoded picks, with any floats.
+void opAdjustTangent(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  std::string text;
+  const TpickKeyDictionary picks = decodePicks(in, c, text);
+  float f[9];
+  for (float& v : f) v = decodeComponent(in);
+  const bool mirror = in.flag(), angleLock = in.flag();
+  if (!picks.first()) return;
+  logStep(
+      format("curve %u: adjustTangent([%s], %.9g, %.9g, in %.9g %.9g, out %.9g %.9g, scales "
+             "%.9g %.9g %.9g, mirror=%s, angleLock=%s)",
+             c, text.c_str(), f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8],
+             boolName(mirror), boolName(angleLock)));
+  const std::vector<const Tkeyframe*> keys = sortedKeyObjects(curve);
+  const TcurveSnapshot before(curve, kSnapshotFlags);
+  const bool done = curve.adjustTangent(picks.first()->data(), f[0], f[1], f[2], f[3], f[4], f[5],
+                                        f[6], f[7], f[8], mirror, angleLock);
+  expectSameKeyObjects(keys, c, "adjustTangent");
+  expectUnchangedWhenRefused(done, before, c, "adjustTangent");
+  editedOutsideRecording(c);
+}
+
 // The read-only queries: the closest keys, the box, and a walk of a few
 // keys with getNextKey, whose times must move strictly in the walk's
 // direction and whose own keys must be the curve's.
@@ -1582,7 +1608,8 @@ constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
                                     opRedo,         opDropAction,   opGenerateDeltas,
                                     opSiblings,     opSelect,       opMovePicks,
                                     opDrag,         opMoveKeyframe, opBreakdown,
-                                    opMoveEdit,     opQuery,        opLocks};
+                                    opMoveEdit,     opQuery,        opLocks,
+                                    opAdjustTangent};
 static_assert(std::size(kSteps) == kOpCount, "one function per operation");
 
 // Runs one step on curve `c`.

@@ -18,7 +18,7 @@ block_add_ptr block_tangent block_tan_type remove remove_all set_value set_time
 set_tan_type drag_tangent infinity weighted rotation block_add_mode no_update
 mark_dirty evaluate make_handle handle_copy_or_drop curve_copy delay suspend
 begin end undo redo drop_action generate_deltas siblings select move_picks drag
-move_keyframe breakdown move_edit query locks""".split()
+move_keyframe breakdown move_edit query locks adjust_tangent""".split()
 OP = {name: i for i, name in enumerate(OPS)}
 
 
@@ -138,6 +138,12 @@ def args_for(op):
                       [1, 1, 1, 3] + time(12) + value(2) + [2, 0],
                       [2, 1, 1, 1, 2, 4] + time(3) + value(1) + time(9) + value(2) + [0, 0, 3, 9,
                                                                                       1, 1]],
+        "adjust_tangent": [[1, 4, 1] + component(2) + component(4) + component(16) + component(0) +
+                           component(16) + component(0) + component(16) + component(16) +
+                           component(16) + [0, 0],
+                           [1, 6, 1] + component(-3) + component(2) + component(16) +
+                           component(0) + component(16) + component(0) + component(16) +
+                           component(16) + component(16) + [1, 0]],
         "locks": [[0, 1, 1], [3, 0, 2, 1, 1, 1, 2]],
         "query": [time(5) + value(2) + [0, 1, 7, 1], time(-30) + value(-8) + [1, 0, 6, 0]],
     }[op]

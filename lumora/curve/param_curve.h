@@ -398,6 +398,29 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// changed; the outputs are left alone for a missing key.
   void setTangentWeightAndAngle(unsigned index, float weight, const Tangle& angle, bool inSide,
                                 float& x, float& y, float a, float b) const;
+  /// Drags the picked tangent handle(s) of one key, as a graph editor does
+  /// while the pointer moves, measured from where the drag began (like the
+  /// drag form of moveKeys):
+  ///  * (dx, dy): the pointer's motion since the drag began, in seconds and
+  ///    value units; a handle moves with it, so the tangent changes by three
+  ///    times it (the in handle sits before the key: its tangent changes by
+  ///    minus three times it).
+  ///  * (inX, inY), (outX, outY): the key's tangents when the drag began.
+  ///  * xScale, yScale: the view scales (x is 1 on weighted tick curves; a y
+  ///    scale of 0 counts as 1).
+  ///  * valueScale: the value scale under which a locked key's sides turn
+  ///    together (0 counts as 1).
+  ///  * mirror: with both tangents picked, the in side follows mirrored in
+  ///    value (the vertical drag is negated).
+  ///  * angleLock: keep the handle's direction, change only its length
+  ///    (weighted curves whose weights are free only).
+  /// The picked side becomes fixed. With both tangents picked, or a key
+  /// whose tangents are locked, the other side turns and stretches alike;
+  /// when it cannot, or the handle would be shorter than 0.005 in view
+  /// units, nothing changes and the answer is false. Recorded for undo.
+  bool adjustTangent(const TpickKey& pick, float dx, float dy, float inX, float inY, float outX,
+                     float outY, float xScale, float yScale, float valueScale, bool mirror,
+                     bool angleLock);
   /// Locks (or frees) the two tangents of key `index` together: a drag of
   /// one side then turns and stretches the other alike. Recorded for undo.
   /// Nothing for a missing key or a refused change.

@@ -7,6 +7,7 @@
 #include "lumora/base/angle.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
+#include "lumora/keys/keyframe_handle.h"
 #include "lumora/notify/drag_deltas.h"
 #include "lumora/notify/key_states.h"
 
@@ -242,6 +243,99 @@ bool TparamCurve::manageTangentChangeWhenLocked(float s, unsigned index, float o
   }
   setTangent(key, otherSide, outX, outY);
   setTangentTypeHelper(index, kTangentFixed, otherSide);
+  return true;
+}
+
+// --- Dragging handles ----------------------------------------------------------------------
+
+bool TparamCurve::adjustTangent(const TpickKey& pick, float dx, float dy, float inX, float inY,
+                                float outX, float outY, float xScale, float yScale,
+                                float valueScale, bool mirror, bool angleLock) {
+  const unsigned bits = pick.flags().bits();
+  const bool inPicked = (bits & TpickKey::kPickInTangent) != 0;
+  const bool outPicked = (bits & TpickKey::kPickOutTangent) != 0;
+  const TkeyframeHandle* handle = pick.handle();
+  if ((!inPicked && !outPicked) || !handle || handle->paramCurve() != this) return false;
+  Tkeyframe* key = handle->keyframe();
+  const unsigned index = key ? handle->index() : kInvalidIndex;
+  if (!key || keyframe(index) != key) return false;
+  for (const float v : {dx, dy, inX, inY, outX, outY, xScale, yScale, valueScale}) {
+    if (!std::isfinite(v)) return false;
+  }
+  if (angleLock && (!isWeighted() || key->weightsLocked())) return false;
+  if (!beginChange()) return false;
+  invalidateCache(static_cast<int>(index));
+  // A drag that cannot be made puts the keys around back bit for bit and
+  // records nothing: the attempt runs unrecorded, and only a drag that
+  // holds is recorded, as the changes of its two sides.
+  const TkeyStates untouched(*this, index, TkeyStates::kNeighbourReach);
+  TkeyStatesRecorder states(*this, index, TkeyStates::kNeighbourReach);
+  const bool recording = isMod();
+  if (recording) fFlags &= ~kInModification;
+
+  const float xs = isWeighted() && isAnimTime() ? 1.0f : xScale;
+  const float ys = yScale == 0.0f ? 1.0f : yScale;
+  const bool both = inPicked && outPicked;
+  const bool inSide = inPicked && !outPicked;
+  const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
+  const bool wasLocked = key->locked();
+  // With both sides picked the in side follows through a lock for the drag.
+  const bool lockForDrag = both && !key->tangentsLocked();
+  if (lockForDrag) key->setLocked(true);
+  if (both && mirror) dy = -dy;
+
+  float oldX = 0.0f, oldY = 0.0f, otherX = 0.0f, otherY = 0.0f;
+  const TpickKey::TpickBits otherSide = inSide ? Tkeyframe::kOutSide : Tkeyframe::kInSide;
+  key->getTangent(side, oldX, oldY);
+  key->getTangent(otherSide, otherX, otherY);
+  const TtangentType oldType = key->tangentType(side);
+  const TtangentType otherType = key->tangentType(otherSide);
+  // The handle moves with the pointer from where it was when the drag
+  // began; the in handle lies before the key.
+  const float sign = inSide ? -1.0f : 1.0f;
+  float x = (inSide ? inX : outX) + sign * 3.0f * dx;
+  float y = (inSide ? inY : outY) + sign * 3.0f * dy;
+  bool rejected = false;
+  if (isWeighted()) {
+    if (x < 0.0f) x = 0.0f;
+    const double hx = static_cast<double>(x) * xs / 3.0;
+    const double hy = static_cast<double>(y) * ys / 3.0;
+    rejected = std::sqrt(hx * hx + hy * hy) < kMinimumWeight;
+    if (!rejected && angleLock) adjustForAngleLock(xs, ys, oldX, oldY, x, y);
+    if (!rejected && key->weightsLocked()) adjustForWeightLock(xs, ys, oldX, oldY, x, y);
+  }
+  bool held = !rejected;
+  if (held) {
+    setTangent(key, side, x, y);
+    setTangentTypeHelper(index, kTangentFixed, side);
+    if (both || key->tangentsLocked()) {
+      held = manageTangentChangeWhenLocked(valueScale, index, oldX, oldY, inSide);
+    }
+  }
+  if (recording) fFlags |= kInModification;
+  if (!held) {
+    untouched.restore(*this, /*after=*/false);
+    endChange(false);
+    return false;
+  }
+  if (staticCurve()) checkStaticTanCondition(index);
+  if (lockForDrag) key->setLocked(wasLocked);
+  if (recording) {
+    float newX = 0.0f, newY = 0.0f;
+    key->getTangent(side, newX, newY);
+    addDelta(new TPCDdragTan(this, index, inSide, oldType, key->tangentType(side), oldX, oldY, newX,
+                             newY),
+             false);
+    key->getTangent(otherSide, newX, newY);
+    if (newX != otherX || newY != otherY || key->tangentType(otherSide) != otherType) {
+      addDelta(new TPCDdragTan(this, index, !inSide, otherType, key->tangentType(otherSide), otherX,
+                               otherY, newX, newY),
+               false);
+    }
+  }
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+  states.finish(index, TkeyStates::kNeighbourReach);
+  endChange(true);
   return true;
 }
 
