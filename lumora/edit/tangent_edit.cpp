@@ -6,6 +6,7 @@
 #include <limits>
 #include <numbers>
 #include <optional>
+#include <vector>
 
 #include "lumora/base/angle.h"
 #include "lumora/base/typed_array.h"
@@ -616,46 +617,58 @@ void TparamCurve::generateDeltasForTangents(const TpickKeyDictionary& picks,
   for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) ++count;
   if (tangents.count() / 4 < count || types.count() / 2 < count) return;
   if (!beginChange()) return;
+  struct Tpending {
+    unsigned index;
+    TsideState was[2];
+    TsideState now[2];
+    Tkeyframe keyAfter;
+    Tkeyframe previousAfter;
+  };
+  std::vector<Tpending> pending;
   unsigned hint = kInvalidIndex;
   unsigned at = 0;
   for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n), ++at) {
     const unsigned index = pickedIndex(n->data(), hint);
     if (index == kInvalidIndex) continue;
     hint = index;
-    TsideState was[2];
+    Tpending p{index, {}, {}, *keyframe(index), index > 0 ? *keyframe(index - 1) : Tkeyframe()};
     bool usable = true;
     for (unsigned side = 0; side < 2; ++side) {
-      was[side].x = tangents[4 * at + 2 * side];
-      was[side].y = tangents[4 * at + 2 * side + 1];
+      p.was[side].x = tangents[4 * at + 2 * side];
+      p.was[side].y = tangents[4 * at + 2 * side + 1];
       const int type = types[2 * at + side];
-      usable = usable && std::isfinite(was[side].x) && std::isfinite(was[side].y) && type >= 1 &&
-               type <= 10;
-      was[side].type = static_cast<TtangentType>(type);
+      usable = usable && std::isfinite(p.was[side].x) && std::isfinite(p.was[side].y) &&
+               type >= 1 && type <= 10;
+      p.was[side].type = static_cast<TtangentType>(type);
+      p.now[side] = sideState(p.keyAfter, side == 0 ? kIn : kOut);
     }
-    Tkeyframe* key = keyframe(index);
-    const TsideState now[2] = {sideState(*key, kIn), sideState(*key, kOut)};
-    if (!usable || (sameBits(was[0], now[0]) && sameBits(was[1], now[1]))) continue;
-    // The key takes its recorded sides back for a moment, with the span
-    // interpolation its types give (which reaches the previous key), so that
-    // the states from before are taken; then the edits are made again.
-    Tkeyframe* previous = index > 0 ? keyframe(index - 1) : nullptr;
-    const Tkeyframe keyAfter = *key;
-    const Tkeyframe previousAfter = previous ? *previous : Tkeyframe();
-    for (unsigned side = 0; side < 2; ++side) {
-      key->setTangent(side == 0 ? kIn : kOut, was[side].x, was[side].y);
-      key->setTangentType(side == 0 ? kIn : kOut, was[side].type);
+    if (usable && (!sameBits(p.was[0], p.now[0]) || !sameBits(p.was[1], p.now[1]))) {
+      pending.push_back(p);
     }
-    setSpanInterpMethod(index);
-    TkeyStatesRecorder states(*this, index, TkeyStates::kNeighbourReach);
-    putBack(*key, keyAfter);
-    if (previous) putBack(*previous, previousAfter);
+  }
+  // Every key takes its recorded sides back for a moment, with the span
+  // interpolation its types give (which reaches the previous key), so that
+  // each record takes the states from before of its key and its neighbours;
+  // then the keys are made as they are now again, one record at a time.
+  for (const Tpending& p : pending) {
+    Tkeyframe* key = keyframe(p.index);
     for (unsigned side = 0; side < 2; ++side) {
-      if (sameBits(was[side], now[side])) continue;
-      addDelta(new TPCDdragTan(this, index, side == 0, was[side].type, now[side].type, was[side].x,
-                               was[side].y, now[side].x, now[side].y),
+      key->setTangent(side == 0 ? kIn : kOut, p.was[side].x, p.was[side].y);
+      key->setTangentType(side == 0 ? kIn : kOut, p.was[side].type);
+    }
+  }
+  for (const Tpending& p : pending) setSpanInterpMethod(p.index);
+  for (const Tpending& p : pending) {
+    TkeyStatesRecorder states(*this, p.index, TkeyStates::kNeighbourReach);
+    putBack(*keyframe(p.index), p.keyAfter);
+    if (p.index > 0) putBack(*keyframe(p.index - 1), p.previousAfter);
+    for (unsigned side = 0; side < 2; ++side) {
+      if (sameBits(p.was[side], p.now[side])) continue;
+      addDelta(new TPCDdragTan(this, p.index, side == 0, p.was[side].type, p.now[side].type,
+                               p.was[side].x, p.was[side].y, p.now[side].x, p.now[side].y),
                false);
     }
-    states.finish(index, TkeyStates::kNeighbourReach);
+    states.finish(p.index, TkeyStates::kNeighbourReach);
   }
   endChange(false);
 }
