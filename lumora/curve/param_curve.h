@@ -87,6 +87,7 @@ class TanimTimeArray;
 class TbreakdownData;
 class TdebugOutput;
 class TdoubleArray;
+class TfloatArray;
 class Tint16Array;
 class TkeyArray;
 class TkeyframeHandle;
@@ -398,29 +399,6 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// changed; the outputs are left alone for a missing key.
   void setTangentWeightAndAngle(unsigned index, float weight, const Tangle& angle, bool inSide,
                                 float& x, float& y, float a, float b) const;
-  /// Drags the picked tangent handle(s) of one key, as a graph editor does
-  /// while the pointer moves, measured from where the drag began (like the
-  /// drag form of moveKeys):
-  ///  * (dx, dy): the pointer's motion since the drag began, in seconds and
-  ///    value units; a handle moves with it, so the tangent changes by three
-  ///    times it (the in handle sits before the key: its tangent changes by
-  ///    minus three times it).
-  ///  * (inX, inY), (outX, outY): the key's tangents when the drag began.
-  ///  * xScale, yScale: the view scales (x is 1 on weighted tick curves; a y
-  ///    scale of 0 counts as 1).
-  ///  * valueScale: the value scale under which a locked key's sides turn
-  ///    together (0 counts as 1).
-  ///  * mirror: with both tangents picked, the in side follows mirrored in
-  ///    value (the vertical drag is negated).
-  ///  * angleLock: keep the handle's direction, change only its length
-  ///    (weighted curves whose weights are free only).
-  /// The picked side becomes fixed. With both tangents picked, or a key
-  /// whose tangents are locked, the other side turns and stretches alike;
-  /// when it cannot, or the handle would be shorter than 0.005 in view
-  /// units, nothing changes and the answer is false. Recorded for undo.
-  bool adjustTangent(const TpickKey& pick, float dx, float dy, float inX, float inY, float outX,
-                     float outY, float xScale, float yScale, float valueScale, bool mirror,
-                     bool angleLock);
   /// Locks (or frees) the two tangents of key `index` together: a drag of
   /// one side then turns and stretches the other alike. Recorded for undo.
   /// Nothing for a missing key or a refused change.
@@ -436,6 +414,112 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   void setWeightsLocked(unsigned index, bool locked);
   bool weightsLocked(unsigned index) const;
   bool setWeightLockedStatus(const TpickKeyDictionary& picks, bool locked);
+
+  // Dragging and typing tangents in a graph editor. Each edit of a side
+  // writes the side through the segment evaluator (a non-weighted curve
+  // stores a unit direction) and makes it fixed; when the key's tangents are
+  // locked, the other side turns and stretches by as much as the edited one
+  // (see manageTangentChangeWhenLocked), and where it cannot, the edit is
+  // refused and the key keeps every bit it had. While the curve records,
+  // each changed side records a TPCDdragTan whose undo gives back the keys
+  // around the edit bit for bit. NaN or infinite arguments refuse the edit.
+  //
+  // Points of a drag are given in the frame of the side they move, so that
+  // a side's tangent is three times its handle's point: (time, value)
+  // offsets from the key for the out side, and the same mirrored through
+  // the key for the in side (time running back from the key, value falling),
+  // whose handle sits at the key minus a third of its tangent.
+
+  /// Drags the picked tangent handle(s) of one key by the pointer at
+  /// (`dragX`, `dragY`). The drag of a side is the pointer taken relative to
+  /// that side's reference point (`inRefX`, `inRefY` or `outRefX`, `outRefY`):
+  /// on a weighted curve the handle moves by it (pass where the handle was
+  /// when the pointer took it, and the new tangent is the old one plus three
+  /// times the drag); on a non-weighted curve the drag itself is the new
+  /// direction (pass the key, that is (0, 0)). `xScale` and `yScale` turn
+  /// seconds and values into view units, for the shortest handle (0.005 in
+  /// view units) and the locks; a scale of 0 counts as 1, and a weighted
+  /// tick curve measures time with 1. `valueScale` is the value scale the
+  /// lock turns sides in (xScale / yScale turns them as they look; 0 counts
+  /// as 1).
+  ///
+  /// Only the in bit drags the in side, only the out bit the out side. With
+  /// both bits the out side is dragged and the in side follows through the
+  /// lock, whether or not the key's tangents are locked; the pointer is then
+  /// read in the out side's frame, and `negateVertical` negates the vertical
+  /// drag first: set it when the pointer holds the in handle and its points
+  /// are measured with time running back from the key but values as they
+  /// are, so that the out side tilts away and the in handle, following,
+  /// stays under the pointer.
+  ///
+  /// `angleLock` keeps the side's direction and takes only the drag's length
+  /// (weighted curves whose key's weights are not locked; otherwise the call
+  /// is refused). A weighted key with locked weights keeps its handle length
+  /// and takes only the direction.
+  ///
+  /// False, with nothing changed, for a pick without a tangent bit, a void
+  /// or handle-less pick, a key not in this curve, a refused change, a
+  /// handle shorter than 0.005 in view units, or a lock that cannot hold.
+  bool adjustTangent(const TpickKey& pick, float dragX, float dragY, float inRefX, float inRefY,
+                     float outRefX, float outRefY, float xScale, float yScale, float valueScale,
+                     bool negateVertical, bool angleLock);
+  /// Sets side `inSide` of the key `handle` names to `angle` and the view
+  /// length `weight` (the handle of a weighted tangent; at least 0.005),
+  /// under the view scales, or with `relative` turns it by `angle` and
+  /// lengthens it by `weight`. The largest float weight and an angle of the
+  /// largest double in degrees leave that part alone; with both left alone
+  /// nothing changes and the result is true. A weighted key with locked
+  /// weights keeps its handle length. A locked key's other side turns and
+  /// stretches alike, in the view's proportions (value scale xScale /
+  /// yScale). False, with nothing changed, for a handle of another curve or
+  /// of no key, a refused change, NaN arguments or a lock that cannot hold.
+  bool adjustTangent(const TkeyframeHandle& handle, bool inSide, bool relative, const Tangle& angle,
+                     float weight, float xScale, float yScale);
+  /// One drag step of every picked tangent of this curve: each picked side
+  /// moves by (`dragX`, `dragY`) in its own frame (see above), as the pick
+  /// form drags it with the reference at its current handle (a third of its
+  /// tangent) and the pointer that far off: a weighted handle moves by the
+  /// drag, a non-weighted direction turns toward it. Both tangents picked
+  /// (or the key picked) drag the out side and the in side follows, as in
+  /// the pick form. Picks of other curves and void picks are skipped; a key
+  /// that refuses keeps every bit it had while the others are dragged. One
+  /// change for the whole selection. False when the change is refused or any
+  /// picked key refused the drag.
+  bool adjustTangents(const TpickKeyDictionary& picks, float dragX, float dragY, float xScale,
+                      float yScale, float valueScale, bool negateVertical, bool angleLock);
+  /// Types angles and weights into every picked side, as the handle form
+  /// does for one (a picked key counts as both its sides): the in sides take
+  /// `inAngle` and `inWeight`, the out sides `outAngle` and `outWeight`; the
+  /// leave-alone values leave a part as it is. False when the change is
+  /// refused or any picked side refused.
+  bool adjustTangents(const TpickKeyDictionary& picks, bool relative, const Tangle& inAngle,
+                      float inWeight, const Tangle& outAngle, float outWeight, float xScale,
+                      float yScale);
+  /// The same with one angle and weight for every picked side.
+  bool adjustTangents(const TpickKeyDictionary& picks, bool relative, const Tangle& angle,
+                      float weight, float xScale, float yScale);
+  /// The tangents of the picked keys of this curve, in dictionary order, for
+  /// generateDeltasForTangents: four floats per pick (in x, in y, out x,
+  /// out y) and two types (in, out); zeros for picks that name no key here.
+  void getTangentsForDeltas(const TpickKeyDictionary& picks, TfloatArray& tangents,
+                            Tint16Array& types) const;
+  /// Records, without changing anything, the undo of tangent edits made
+  /// while the curve was not recording (a drag applied step by step and
+  /// recorded once when the pointer is released): each picked key whose
+  /// sides differ from `tangents` and `types` (as getTangentsForDeltas
+  /// filled them before the edits) gets a TPCDdragTan per changed side; undo
+  /// gives the key back its recorded tangents and types, with the span
+  /// interpolation those types give, and redo the ones it has now. Nothing
+  /// while not recording, for arrays too short for the picks, or for
+  /// recorded values that no key could hold (NaN, types outside 1..10).
+  void generateDeltasForTangents(const TpickKeyDictionary& picks, const TfloatArray& tangents,
+                                 const Tint16Array& types);
+  /// Swaps the in and out tangents of every picked key of this curve (a key
+  /// counts as picked with any of its bits): vectors as stored and types,
+  /// then the automatic sides are computed again. Both sides change at once,
+  /// so a lock has no side to carry along. Recorded for undo. False only
+  /// when the change is refused.
+  bool switchInOutTangents(const TpickKeyDictionary& picks);
 
   // --- Adding and removing keys -----------------------------------------------------------------
 
@@ -822,6 +906,27 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// After side `inSide` of key `index` was dragged from (oldX, oldY): the
   /// other side follows through the lock, or the dragged side goes back.
   bool manageTangentChangeWhenLocked(float s, unsigned index, float oldX, float oldY, bool inSide);
+  /// The step every tangent edit ends in: side `inSide` of key `index` (in
+  /// an open change) takes (x, y) through the segment evaluator and becomes
+  /// fixed; with `follow` the other side follows through
+  /// manageTangentChangeWhenLocked (value scale `s`), the key held by the
+  /// temporary lock meanwhile when `temporaryLock`. Records a TPCDdragTan
+  /// per changed side while recording. False, with the keys of this curve
+  /// and its rotation siblings as they were and nothing recorded, when the
+  /// lock cannot hold.
+  bool writeTangentEdit(unsigned index, bool inSide, float x, float y, bool follow,
+                        bool temporaryLock, float s);
+  /// The pick form of adjustTangent on key `index` with the pick bits
+  /// `bits` (in and out tangent bits) and the drag of the side already taken
+  /// relative to its reference (and negated as asked).
+  bool adjustPickedTangent(unsigned bits, unsigned index, float dragX, float dragY, float xScale,
+                           float yScale, float valueScale, bool angleLock);
+  /// The handle form of adjustTangent on key `index`.
+  bool typeTangent(unsigned index, bool inSide, bool relative, const Tangle& angle, float weight,
+                   float xScale, float yScale);
+  /// The index of the key a pick names in this curve, looked for around
+  /// `hint` first; kInvalidIndex when it names none here.
+  unsigned pickedIndex(const TpickKey& pick, unsigned hint) const;
   bool setPickedLocks(const TpickKeyDictionary& picks, bool locked, bool weights);
   /// Adds the breakdown keys of the cache to the move list, as keys that
   /// follow the move without being picked.

@@ -1,15 +1,22 @@
 // TparamCurve: reading tangents as view-space angles and weights, and dragging.
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <numbers>
+#include <optional>
+#include <vector>
 
 #include "lumora/base/angle.h"
+#include "lumora/base/typed_array.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/segment_evaluator.h"
 #include "lumora/keys/keyframe_handle.h"
 #include "lumora/notify/drag_deltas.h"
+#include "lumora/notify/internal/key_states_delta.h"
 #include "lumora/notify/key_states.h"
+#include "lumora/select/pick_key_dictionary.h"
 
 namespace lumora {
 
@@ -83,6 +90,11 @@ double viewScale(float scale) {
   return scale == 0.0f ? 1.0 : static_cast<double>(scale);
 }
 
+// The weight is a float and keeps the shortest weight as a float too.
+float atLeastMinimumWeight(float weight) {
+  return weight < kMinimumWeight ? static_cast<float>(kMinimumWeight) : weight;
+}
+
 // The tangent of a handle at `angle` with view length `weight`: the
 // tangent is three handles long.
 void tangentOf(double angle, double weight, float a, float b, float& x, float& y) {
@@ -119,16 +131,16 @@ void TparamCurve::setTangentAngle(unsigned index, const Tangle& angle, bool inSi
 
 void TparamCurve::setTangentWeight(unsigned index, float weight, bool inSide, float& x, float& y,
                                    float a, float b) const {
-  if (!keyframe(index)) return;
+  if (!keyframe(index) || std::isnan(weight)) return;
   const Tangle angle = tangentAngle(index, inSide, a, b);
-  tangentOf(angle.radians(), std::max(static_cast<double>(weight), kMinimumWeight), a, b, x, y);
+  tangentOf(angle.radians(), atLeastMinimumWeight(weight), a, b, x, y);
 }
 
 void TparamCurve::setTangentWeightAndAngle(unsigned index, float weight, const Tangle& angle,
                                            bool /*inSide*/, float& x, float& y, float a,
                                            float b) const {
   if (!keyframe(index) || std::isnan(weight)) return;
-  tangentOf(angle.radians(), std::max(static_cast<double>(weight), kMinimumWeight), a, b, x, y);
+  tangentOf(angle.radians(), atLeastMinimumWeight(weight), a, b, x, y);
 }
 
 void TparamCurve::editTangent(unsigned index, bool relative, const Tangle& angle, float weight,
@@ -191,15 +203,17 @@ bool TparamCurve::preserveTangentLock(float s, float oldX, float oldY, float& x,
   const double a2 = angleOf(otherX, otherY);
   // The other side turns by as much as the dragged one...
   const double beta = a2 + (a1 - a0);
-  double ox = std::cos(beta);
-  double oy = std::sin(beta) * scale;
+  // The direction is stored in the outputs first and scaled there, so it is
+  // rounded to float before the length multiplies it.
+  outX = static_cast<float>(std::cos(beta));
+  outY = static_cast<float>(std::sin(beta) * scale);
   const bool pastVertical = std::cos(beta) < 0.0;
   // ...and grows or shrinks by as much.
   const double l1 = lengthOf(x, y);
   const double length = l1 - lengthOf(oldX, oldY) + lengthOf(otherX, otherY);
   const bool tooShort = isWeighted() && length <= kMinimumWeight;
-  outX = static_cast<float>(length * ox);
-  outY = static_cast<float>(length * oy);
+  outX = static_cast<float>(length * outX);
+  outY = static_cast<float>(length * outY);
   if (pastVertical) {
     // Pull the dragged side back so that the other stops at vertical.
     const double d = beta - (beta >= 0.0 ? kPi / 2.0 : -kPi / 2.0);
@@ -246,95 +260,451 @@ bool TparamCurve::manageTangentChangeWhenLocked(float s, unsigned index, float o
   return true;
 }
 
-// --- Dragging handles ----------------------------------------------------------------------
+// --- Drags and typed edits -----------------------------------------------------------------
 
-bool TparamCurve::adjustTangent(const TpickKey& pick, float dx, float dy, float inX, float inY,
-                                float outX, float outY, float xScale, float yScale,
-                                float valueScale, bool mirror, bool angleLock) {
-  const unsigned bits = pick.flags().bits();
-  const bool inPicked = (bits & TpickKey::kPickInTangent) != 0;
-  const bool outPicked = (bits & TpickKey::kPickOutTangent) != 0;
-  const TkeyframeHandle* handle = pick.handle();
-  if ((!inPicked && !outPicked) || !handle || handle->paramCurve() != this) return false;
-  Tkeyframe* key = handle->keyframe();
-  const unsigned index = key ? handle->index() : kInvalidIndex;
-  if (!key || keyframe(index) != key) return false;
-  for (const float v : {dx, dy, inX, inY, outX, outY, xScale, yScale, valueScale}) {
-    if (!std::isfinite(v)) return false;
-  }
-  if (angleLock && (!isWeighted() || key->weightsLocked())) return false;
-  if (!beginChange()) return false;
-  invalidateCache(static_cast<int>(index));
-  // A drag that cannot be made puts the keys around back bit for bit and
-  // records nothing: the attempt runs unrecorded, and only a drag that
-  // holds is recorded, as the changes of its two sides.
-  const TkeyStates untouched(*this, index, TkeyStates::kNeighbourReach);
-  TkeyStatesRecorder states(*this, index, TkeyStates::kNeighbourReach);
-  const bool recording = isMod();
-  if (recording) fFlags &= ~kInModification;
+namespace {
 
-  const float xs = isWeighted() && isAnimTime() ? 1.0f : xScale;
-  const float ys = yScale == 0.0f ? 1.0f : yScale;
-  const bool both = inPicked && outPicked;
-  const bool inSide = inPicked && !outPicked;
-  const TpickKey::TpickBits side = inSide ? Tkeyframe::kInSide : Tkeyframe::kOutSide;
-  const bool wasLocked = key->locked();
-  // With both sides picked the in side follows through a lock for the drag.
-  const bool lockForDrag = both && !key->tangentsLocked();
-  if (lockForDrag) key->setLocked(true);
-  if (both && mirror) dy = -dy;
+constexpr TpickKey::TpickBits kIn = Tkeyframe::kInSide;
+constexpr TpickKey::TpickBits kOut = Tkeyframe::kOutSide;
+constexpr unsigned kBothTangents = TpickKey::kPickInTangent | TpickKey::kPickOutTangent;
 
-  float oldX = 0.0f, oldY = 0.0f, otherX = 0.0f, otherY = 0.0f;
-  const TpickKey::TpickBits otherSide = inSide ? Tkeyframe::kOutSide : Tkeyframe::kInSide;
-  key->getTangent(side, oldX, oldY);
-  key->getTangent(otherSide, otherX, otherY);
-  const TtangentType oldType = key->tangentType(side);
-  const TtangentType otherType = key->tangentType(otherSide);
-  // The handle moves with the pointer from where it was when the drag
-  // began; the in handle lies before the key.
-  const float sign = inSide ? -1.0f : 1.0f;
-  float x = (inSide ? inX : outX) + sign * 3.0f * dx;
-  float y = (inSide ? inY : outY) + sign * 3.0f * dy;
-  bool rejected = false;
-  if (isWeighted()) {
-    if (x < 0.0f) x = 0.0f;
-    const double hx = static_cast<double>(x) * xs / 3.0;
-    const double hy = static_cast<double>(y) * ys / 3.0;
-    rejected = std::sqrt(hx * hx + hy * hy) < kMinimumWeight;
-    if (!rejected && angleLock) adjustForAngleLock(xs, ys, oldX, oldY, x, y);
-    if (!rejected && key->weightsLocked()) adjustForWeightLock(xs, ys, oldX, oldY, x, y);
-  }
-  bool held = !rejected;
-  if (held) {
-    setTangent(key, side, x, y);
-    setTangentTypeHelper(index, kTangentFixed, side);
-    if (both || key->tangentsLocked()) {
-      held = manageTangentChangeWhenLocked(valueScale, index, oldX, oldY, inSide);
+TpickKey::TpickBits sideOf(bool inSide) {
+  return inSide ? kIn : kOut;
+}
+
+bool allFinite(std::initializer_list<float> values) {
+  return std::all_of(values.begin(), values.end(), [](float v) { return std::isfinite(v); });
+}
+
+// What one side of a key holds: its vector and its type.
+struct TsideState {
+  float x = 0.0f;
+  float y = 0.0f;
+  TtangentType type = kTangentSpline;
+};
+
+TsideState sideState(const Tkeyframe& key, TpickKey::TpickBits side) {
+  TsideState state;
+  key.getTangent(side, state.x, state.y);
+  state.type = key.tangentType(side);
+  return state;
+}
+
+bool sameBits(const TsideState& a, const TsideState& b) {
+  return std::bit_cast<std::uint32_t>(a.x) == std::bit_cast<std::uint32_t>(b.x) &&
+         std::bit_cast<std::uint32_t>(a.y) == std::bit_cast<std::uint32_t>(b.y) && a.type == b.type;
+}
+
+// Puts `state` into `key` as it was, keeping the key's own quaternion cache
+// (which belongs to the curve's cache, not to the key's state).
+void putBack(Tkeyframe& key, const Tkeyframe& state) {
+  float* cache = key.getQuaternionEulerCache();
+  key = state;
+  key.setQuaternionEulerCache(cache);
+}
+
+// The keys a tangent edit of one key may write, on this curve and on the
+// rotation siblings whose types follow it: the key and its neighbours (a
+// type change computes their automatic sides again), with the static flags.
+class TtangentEditBackup {
+ public:
+  void add(TparamCurve& curve, unsigned index) {
+    fStatic[fCurves] = curve.staticCurve();
+    fCurve[fCurves++] = &curve;
+    for (unsigned i = index == 0 ? 0 : index - 1; i <= index + 1; ++i) {
+      Tkeyframe* key = curve.keyframe(i);
+      if (key) fEntries[fCount++] = {key, *key};
     }
   }
-  if (recording) fFlags |= kInModification;
-  if (!held) {
-    untouched.restore(*this, /*after=*/false);
-    endChange(false);
+  void restore() const {
+    for (unsigned i = 0; i < fCount; ++i) putBack(*fEntries[i].key, fEntries[i].state);
+    for (unsigned i = 0; i < fCurves; ++i) {
+      if (fCurve[i]->staticCurve() != fStatic[i]) fCurve[i]->setStaticCurve(fStatic[i]);
+    }
+  }
+  unsigned curveCount() const { return fCurves; }
+  TparamCurve* curve(unsigned i) const { return fCurve[i]; }
+
+ private:
+  struct Tentry {
+    Tkeyframe* key = nullptr;
+    Tkeyframe state;
+  };
+  Tentry fEntries[9];
+  unsigned fCount = 0;
+  TparamCurve* fCurve[3] = {};
+  bool fStatic[3] = {};
+  unsigned fCurves = 0;
+};
+
+}  // namespace
+
+unsigned TparamCurve::pickedIndex(const TpickKey& pick, unsigned hint) const {
+  const TkeyframeHandle* handle = pick.handle();
+  if (!handle || handle->paramCurve() != this) return kInvalidIndex;
+  const Tkeyframe* key = handle->keyframe();
+  if (!key) return kInvalidIndex;
+  // Picks come in time order, so a key mostly lies just past the previous
+  // pick's; the search is only for the gaps between picks.
+  if (hint != kInvalidIndex) {
+    for (unsigned i = hint; i <= hint + 2; ++i) {
+      if (keyframe(i) == key) return i;
+    }
+  }
+  unsigned index = 0;
+  if (find(timeValue(key), index) && keyframe(index) == key) return index;
+  return kInvalidIndex;
+}
+
+bool TparamCurve::writeTangentEdit(unsigned index, bool inSide, float x, float y, bool follow,
+                                   bool temporaryLock, float s) {
+  Tkeyframe* key = keyframe(index);
+  if (!key) return false;
+  const TpickKey::TpickBits side = sideOf(inSide);
+  const TpickKey::TpickBits otherSide = sideOf(!inSide);
+  TparamCurve* curves[3];
+  rotationCurveSet(curves);
+  TtangentEditBackup backup;
+  for (TparamCurve* c : curves) {
+    if (c) backup.add(*c, index);
+  }
+  // Undo gets the states of the keys around the edit; the rotation
+  // siblings, whose types follow this curve's, get theirs in records of
+  // their own.
+  TkeyStatesRecorder states(*this, index, TkeyStates::kNeighbourReach);
+  std::optional<TkeyStatesRecorder> siblingStates[3];
+  bool recording[3] = {};
+  for (unsigned i = 0; i < backup.curveCount(); ++i) {
+    TparamCurve* c = backup.curve(i);
+    if (c != this) siblingStates[i].emplace(*c, index, TkeyStates::kNeighbourReach);
+    // Nothing is recorded until the edit is known to hold: a refused edit
+    // leaves no record behind, and the records made afterwards describe the
+    // whole edit, the other side's turn included.
+    recording[i] = c->isMod();
+    c->fFlags &= ~kInModification;
+  }
+  const auto resumeRecording = [&] {
+    for (unsigned i = 0; i < backup.curveCount(); ++i) {
+      if (recording[i]) backup.curve(i)->fFlags |= kInModification;
+    }
+  };
+
+  const TsideState oldSide = sideState(*key, side);
+  const TsideState oldOther = sideState(*key, otherSide);
+  if (temporaryLock) key->setLocked(true);
+  setTangent(key, side, x, y);
+  setTangentTypeHelper(index, kTangentFixed, side);
+  if (follow && !manageTangentChangeWhenLocked(s, index, oldSide.x, oldSide.y, inSide)) {
+    backup.restore();
+    for (unsigned i = 0; i < backup.curveCount(); ++i) backup.curve(i)->invalidateCache(-1);
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+    resumeRecording();
     return false;
   }
+  if (temporaryLock) key->setLocked(false);
   if (staticCurve()) checkStaticTanCondition(index);
-  if (lockForDrag) key->setLocked(wasLocked);
-  if (recording) {
-    float newX = 0.0f, newY = 0.0f;
-    key->getTangent(side, newX, newY);
-    addDelta(new TPCDdragTan(this, index, inSide, oldType, key->tangentType(side), oldX, oldY, newX,
-                             newY),
+  invalidateCache(static_cast<int>(index));
+  notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+  resumeRecording();
+
+  if (isMod()) {
+    const TsideState newSide = sideState(*key, side);
+    const TsideState newOther = sideState(*key, otherSide);
+    addDelta(new TPCDdragTan(this, index, inSide, oldSide.type, newSide.type, oldSide.x, oldSide.y,
+                             newSide.x, newSide.y),
              false);
-    key->getTangent(otherSide, newX, newY);
-    if (newX != otherX || newY != otherY || key->tangentType(otherSide) != otherType) {
-      addDelta(new TPCDdragTan(this, index, !inSide, otherType, key->tangentType(otherSide), otherX,
-                               otherY, newX, newY),
+    if (!sameBits(oldOther, newOther)) {
+      addDelta(new TPCDdragTan(this, index, !inSide, oldOther.type, newOther.type, oldOther.x,
+                               oldOther.y, newOther.x, newOther.y),
                false);
     }
   }
-  notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+  for (unsigned i = 0; i < backup.curveCount(); ++i) {
+    TparamCurve* c = backup.curve(i);
+    if (c == this || !c->isMod()) continue;
+    c->addDelta(new internal::TkeyStatesDelta(c), false);
+    siblingStates[i]->finish(index, TkeyStates::kNeighbourReach);
+  }
   states.finish(index, TkeyStates::kNeighbourReach);
+  return true;
+}
+
+bool TparamCurve::adjustPickedTangent(unsigned bits, unsigned index, float dragX, float dragY,
+                                      float xScale, float yScale, float valueScale,
+                                      bool angleLock) {
+  Tkeyframe* key = keyframe(index);
+  if (!key || (bits & kBothTangents) == 0) return false;
+  if (!allFinite({dragX, dragY, xScale, yScale, valueScale})) return false;
+  if (angleLock && (!isWeighted() || key->weightsLocked())) return false;
+  if (!beginChange()) return false;
+  invalidateCache(static_cast<int>(index));
+
+  // A weighted tick curve measures handles in whole seconds whatever the view.
+  const float xs = (isWeighted() && isAnimTime()) || xScale == 0.0f ? 1.0f : xScale;
+  const float ys = yScale == 0.0f ? 1.0f : yScale;
+  const bool both = (bits & kBothTangents) == kBothTangents;
+  const bool inSide = !both && (bits & TpickKey::kPickInTangent) != 0;
+  // Both sides picked: the out side is dragged and the in side follows
+  // through the lock, which the key holds for the moment if it has none.
+  const bool temporaryLock = both && !key->tangentsLocked() && !key->locked();
+
+  float oldX = 0.0f, oldY = 0.0f;
+  key->getTangent(sideOf(inSide), oldX, oldY);
+  float x = dragX, y = dragY;
+  if (isWeighted()) {
+    // The control point, a third of the tangent, moves by the drag.
+    x = oldX + 3.0f * dragX;
+    y = oldY + 3.0f * dragY;
+    if (x < 0.0f) x = 0.0f;
+    const double hx = static_cast<double>(x) * xs / 3.0;
+    const double hy = static_cast<double>(y) * ys / 3.0;
+    if (!(std::sqrt(hx * hx + hy * hy) >= kMinimumWeight)) {
+      endChange(false);
+      return false;
+    }
+    if (angleLock) {
+      adjustForAngleLock(xs, ys, oldX, oldY, x, y);
+    } else if (key->weightsLocked()) {
+      adjustForWeightLock(xs, ys, oldX, oldY, x, y);
+    }
+  }
+  // On a non-weighted curve the drag is the direction; the segment evaluator
+  // normalises it as it stores it.
+  const bool follow = both || key->tangentsLocked();
+  const bool done = writeTangentEdit(index, inSide, x, y, follow, temporaryLock, valueScale);
+  endChange(done);
+  return done;
+}
+
+bool TparamCurve::adjustTangent(const TpickKey& pick, float dragX, float dragY, float inRefX,
+                                float inRefY, float outRefX, float outRefY, float xScale,
+                                float yScale, float valueScale, bool negateVertical,
+                                bool angleLock) {
+  const unsigned bits = pick.flags().bits() & kBothTangents;
+  const unsigned index = pickedIndex(pick, kInvalidIndex);
+  if (bits == 0 || index == kInvalidIndex) return false;
+  if (!allFinite({dragX, dragY, inRefX, inRefY, outRefX, outRefY})) return false;
+  const bool inSide = bits == TpickKey::kPickInTangent;
+  const float dx = dragX - (inSide ? inRefX : outRefX);
+  float dy = dragY - (inSide ? inRefY : outRefY);
+  if (bits == kBothTangents && negateVertical) dy = -dy;
+  return adjustPickedTangent(bits, index, dx, dy, xScale, yScale, valueScale, angleLock);
+}
+
+bool TparamCurve::adjustTangents(const TpickKeyDictionary& picks, float dragX, float dragY,
+                                 float xScale, float yScale, float valueScale, bool negateVertical,
+                                 bool angleLock) {
+  if (!allFinite({dragX, dragY, xScale, yScale, valueScale})) return false;
+  if (!beginChange()) return false;
+  bool all = true;
+  unsigned hint = kInvalidIndex;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) {
+    const TpickKey& pick = n->data();
+    const unsigned index = pickedIndex(pick, hint);
+    if (index == kInvalidIndex) continue;
+    hint = index;
+    unsigned bits = pick.flags().bits();
+    // A picked key drags as its two tangents do.
+    bits = (bits & TpickKey::kPickKey) != 0 ? kBothTangents : bits & kBothTangents;
+    if (bits == 0) continue;
+    const bool inSide = bits == TpickKey::kPickInTangent;
+    float dx = dragX;
+    float dy = bits == kBothTangents && negateVertical ? -dragY : dragY;
+    if (!isWeighted()) {
+      // The pointer stands off the handle by the drag; the handle sits at a
+      // third of the stored direction.
+      float hx = 0.0f, hy = 0.0f;
+      keyframe(index)->getTangent(sideOf(inSide), hx, hy);
+      dx += hx / 3.0f;
+      dy += hy / 3.0f;
+    }
+    if (!adjustPickedTangent(bits, index, dx, dy, xScale, yScale, valueScale, angleLock)) {
+      all = false;
+    }
+  }
+  endChange(true);
+  return all;
+}
+
+bool TparamCurve::typeTangent(unsigned index, bool inSide, bool relative, const Tangle& angle,
+                              float weight, float xScale, float yScale) {
+  Tkeyframe* key = keyframe(index);
+  if (!key || !allFinite({weight, xScale, yScale})) return false;
+  if (!weightGiven(weight) && !angleGiven(angle)) return true;
+  const float a = xScale == 0.0f ? 1.0f : xScale;
+  const float b = yScale == 0.0f ? 1.0f : yScale;
+  float x = std::numeric_limits<float>::quiet_NaN();
+  float y = x;
+  editTangent(index, relative, angle, weight, inSide, x, y, a, b);
+  if (!std::isfinite(x) || !std::isfinite(y)) return false;
+  if (!beginChange()) return false;
+  if (isWeighted() && key->weightsLocked()) {
+    float oldX = 0.0f, oldY = 0.0f;
+    key->getTangent(sideOf(inSide), oldX, oldY);
+    adjustForWeightLock(a, b, oldX, oldY, x, y);
+  }
+  // The other side turns in the view's proportions.
+  const auto s = static_cast<float>(static_cast<double>(a) / b);
+  const bool done = writeTangentEdit(index, inSide, x, y, key->tangentsLocked(), false, s);
+  endChange(done);
+  return done;
+}
+
+bool TparamCurve::adjustTangent(const TkeyframeHandle& handle, bool inSide, bool relative,
+                                const Tangle& angle, float weight, float xScale, float yScale) {
+  if (handle.paramCurve() != this || !handle.keyframe()) return false;
+  unsigned index = 0;
+  const Tkeyframe* key = handle.keyframe();
+  if (!find(timeValue(key), index) || keyframe(index) != key) return false;
+  return typeTangent(index, inSide, relative, angle, weight, xScale, yScale);
+}
+
+bool TparamCurve::adjustTangents(const TpickKeyDictionary& picks, bool relative,
+                                 const Tangle& inAngle, float inWeight, const Tangle& outAngle,
+                                 float outWeight, float xScale, float yScale) {
+  if (!beginChange()) return false;
+  bool all = true;
+  unsigned hint = kInvalidIndex;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) {
+    const TpickKey& pick = n->data();
+    const unsigned index = pickedIndex(pick, hint);
+    if (index == kInvalidIndex) continue;
+    hint = index;
+    const unsigned bits = pick.flags().bits();
+    const bool key = (bits & TpickKey::kPickKey) != 0;
+    if ((key || (bits & TpickKey::kPickInTangent) != 0) &&
+        !typeTangent(index, true, relative, inAngle, inWeight, xScale, yScale)) {
+      all = false;
+    }
+    if ((key || (bits & TpickKey::kPickOutTangent) != 0) &&
+        !typeTangent(index, false, relative, outAngle, outWeight, xScale, yScale)) {
+      all = false;
+    }
+  }
+  endChange(true);
+  return all;
+}
+
+bool TparamCurve::adjustTangents(const TpickKeyDictionary& picks, bool relative,
+                                 const Tangle& angle, float weight, float xScale, float yScale) {
+  return adjustTangents(picks, relative, angle, weight, angle, weight, xScale, yScale);
+}
+
+void TparamCurve::getTangentsForDeltas(const TpickKeyDictionary& picks, TfloatArray& tangents,
+                                       Tint16Array& types) const {
+  tangents.changeLogicalSizeTo(0);
+  types.changeLogicalSizeTo(0);
+  unsigned hint = kInvalidIndex;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) {
+    const unsigned index = pickedIndex(n->data(), hint);
+    TsideState in, out;
+    in.type = out.type = TtangentType{};
+    if (index != kInvalidIndex) {
+      hint = index;
+      in = sideState(*keyframe(index), kIn);
+      out = sideState(*keyframe(index), kOut);
+    }
+    for (const float v : {in.x, in.y, out.x, out.y}) tangents.addLast(v);
+    types.addLast(static_cast<std::int16_t>(in.type));
+    types.addLast(static_cast<std::int16_t>(out.type));
+  }
+}
+
+void TparamCurve::generateDeltasForTangents(const TpickKeyDictionary& picks,
+                                            const TfloatArray& tangents, const Tint16Array& types) {
+  if (!isMod()) return;
+  unsigned count = 0;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) ++count;
+  if (tangents.count() / 4 < count || types.count() / 2 < count) return;
+  if (!beginChange()) return;
+  struct Tpending {
+    unsigned index;
+    TsideState was[2];
+    TsideState now[2];
+    Tkeyframe keyAfter;
+    Tkeyframe previousAfter;
+  };
+  std::vector<Tpending> pending;
+  unsigned hint = kInvalidIndex;
+  unsigned at = 0;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n), ++at) {
+    const unsigned index = pickedIndex(n->data(), hint);
+    if (index == kInvalidIndex) continue;
+    hint = index;
+    Tpending p{index, {}, {}, *keyframe(index), index > 0 ? *keyframe(index - 1) : Tkeyframe()};
+    bool usable = true;
+    for (unsigned side = 0; side < 2; ++side) {
+      p.was[side].x = tangents[4 * at + 2 * side];
+      p.was[side].y = tangents[4 * at + 2 * side + 1];
+      const int type = types[2 * at + side];
+      usable = usable && std::isfinite(p.was[side].x) && std::isfinite(p.was[side].y) &&
+               type >= 1 && type <= 10;
+      p.was[side].type = static_cast<TtangentType>(type);
+      p.now[side] = sideState(p.keyAfter, side == 0 ? kIn : kOut);
+    }
+    if (usable && (!sameBits(p.was[0], p.now[0]) || !sameBits(p.was[1], p.now[1]))) {
+      pending.push_back(p);
+    }
+  }
+  // Every key takes its recorded sides back for a moment, with the span
+  // interpolation its types give (which reaches the previous key), so that
+  // each record takes the states from before of its key and its neighbours;
+  // then the keys are made as they are now again, one record at a time.
+  for (const Tpending& p : pending) {
+    Tkeyframe* key = keyframe(p.index);
+    for (unsigned side = 0; side < 2; ++side) {
+      key->setTangent(side == 0 ? kIn : kOut, p.was[side].x, p.was[side].y);
+      key->setTangentType(side == 0 ? kIn : kOut, p.was[side].type);
+    }
+  }
+  for (const Tpending& p : pending) setSpanInterpMethod(p.index);
+  for (const Tpending& p : pending) {
+    TkeyStatesRecorder states(*this, p.index, TkeyStates::kNeighbourReach);
+    putBack(*keyframe(p.index), p.keyAfter);
+    if (p.index > 0) putBack(*keyframe(p.index - 1), p.previousAfter);
+    for (unsigned side = 0; side < 2; ++side) {
+      if (sameBits(p.was[side], p.now[side])) continue;
+      addDelta(new TPCDdragTan(this, p.index, side == 0, p.was[side].type, p.now[side].type,
+                               p.was[side].x, p.was[side].y, p.now[side].x, p.now[side].y),
+               false);
+    }
+    states.finish(p.index, TkeyStates::kNeighbourReach);
+  }
+  endChange(false);
+}
+
+bool TparamCurve::switchInOutTangents(const TpickKeyDictionary& picks) {
+  if (!beginChange()) return false;
+  unsigned hint = kInvalidIndex;
+  for (const TpickKeyDictionaryNode* n = picks.first(); n; n = TpickKeyDictionary::next(n)) {
+    const TpickKey& pick = n->data();
+    const unsigned index = pickedIndex(pick, hint);
+    if (index == kInvalidIndex || (pick.flags().bits() & TpickKey::kPickMask) == 0) continue;
+    hint = index;
+    Tkeyframe* key = keyframe(index);
+    const TsideState in = sideState(*key, kIn);
+    const TsideState out = sideState(*key, kOut);
+    TkeyStatesRecorder states(*this, index, TkeyStates::kNeighbourReach);
+    // Written as stored: each vector is already in the form its side holds.
+    key->setTangent(kIn, out.x, out.y).setTangentType(kIn, out.type);
+    key->setTangent(kOut, in.x, in.y).setTangentType(kOut, in.type);
+    setSpanInterpMethod(index);
+    modifyTangents(index);
+    if (staticCurve()) checkStaticTanCondition(index);
+    invalidateCache(static_cast<int>(index));
+    notifyClientsOfChange(key, TparamCurveModifiedMsg::kTangentChanged);
+    if (isMod()) {
+      const TsideState newIn = sideState(*key, kIn);
+      const TsideState newOut = sideState(*key, kOut);
+      addDelta(
+          new TPCDdragTan(this, index, true, in.type, newIn.type, in.x, in.y, newIn.x, newIn.y),
+          false);
+      addDelta(new TPCDdragTan(this, index, false, out.type, newOut.type, out.x, out.y, newOut.x,
+                               newOut.y),
+               false);
+    }
+    states.finish(index, TkeyStates::kNeighbourReach);
+  }
   endChange(true);
   return true;
 }

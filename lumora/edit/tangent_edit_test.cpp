@@ -11,9 +11,6 @@
 #include "lumora/curve/param_curve.h"
 #include "lumora/curve/param_curve_test_support.h"
 #include "lumora/keys/keyframe.h"
-#include "lumora/notify/param_curve_delta.h"
-#include "lumora/select/pick_key.h"
-#include "testing/curve_snapshot.h"
 
 namespace lumora {
 namespace {
@@ -144,112 +141,6 @@ TEST(TangentGeometry, ALockThatCannotHoldLeavesTheDraggedSideAsItWas) {
   before.getTanIn(bx, by);
   w.keyframe(0)->getTanIn(x, y);
   EXPECT_EQ(std::pair(x, y), std::pair(bx, by));
-}
-
-TpickKey pickOf(TparamCurve& c, unsigned index, unsigned bits) {
-  TpickKey pick;
-  EXPECT_EQ(pick.create(&c, index, TbitField32(bits)), 0);
-  return pick;
-}
-
-// A weighted key at 1 s between two others, with both tangents (3, 0) and
-// both locks off.
-TparamCurve weightedMiddle() {
-  TparamCurve c(/*isFloat=*/true);
-  c.setIsWeighted(true);
-  for (int i = 0; i < 3; ++i) {
-    Tkeyframe key(static_cast<float>(i), 0.0, kTangentFixed, kTangentFixed);
-    key.setTangent(Tkeyframe::kInSide, 3.0f, 0.0f);
-    key.setTangent(Tkeyframe::kOutSide, 3.0f, 0.0f);
-    key.setTangentsLocked(false);
-    key.setWeightsLocked(false);
-    c.add(key);
-  }
-  return c;
-}
-
-TEST(AdjustTangent, TheHandleFollowsThePointerAndALockedKeyTurnsBothSides) {
-  TparamCurve c = weightedMiddle();
-  const TpickKey out = pickOf(c, 1, TpickKey::kPickOutTangent);
-  // The out handle moves by (0.5, 1): the tangent by three times that.
-  ASSERT_TRUE(
-      c.adjustTangent(out, 0.5f, 1.0f, 3.0f, 0.0f, 3.0f, 0.0f, 1.0f, 1.0f, 1.0f, false, false));
-  float x = 0.0f, y = 0.0f;
-  c.keyframe(1)->getTanOut(x, y);
-  EXPECT_EQ(std::pair(x, y), std::pair(4.5f, 3.0f));
-  c.keyframe(1)->getTanIn(x, y);
-  EXPECT_EQ(std::pair(x, y), std::pair(3.0f, 0.0f));
-
-  // Locked: the in side turns by the same 45 degrees and grows by as much.
-  TparamCurve locked = weightedMiddle();
-  locked.setTangentsLocked(1, true);
-  const TpickKey lockedOut = pickOf(locked, 1, TpickKey::kPickOutTangent);
-  ASSERT_TRUE(locked.adjustTangent(lockedOut, 0.0f, 1.0f, 3.0f, 0.0f, 3.0f, 0.0f, 1.0f, 1.0f, 1.0f,
-                                   false, false));
-  locked.keyframe(1)->getTanIn(x, y);
-  EXPECT_NEAR(x, 3.0f, 1e-5f);
-  EXPECT_NEAR(y, 3.0f, 1e-5f);
-  EXPECT_EQ(locked.keyframe(1)->tanInType(), kTangentFixed);
-
-  // Shrunk by more than the locked in side is long: the out side is pulled
-  // back to where the in side keeps the least length.
-  TparamCurve shortIn = weightedMiddle();
-  Access::setTanIn(shortIn, 1, 1.0f, 0.0f);
-  shortIn.setTangentsLocked(1, true);
-  ASSERT_TRUE(shortIn.adjustTangent(pickOf(shortIn, 1, TpickKey::kPickOutTangent), -0.95f, 0.0f,
-                                    1.0f, 0.0f, 3.0f, 0.0f, 1.0f, 1.0f, 1.0f, false, false));
-  shortIn.keyframe(1)->getTanOut(x, y);
-  EXPECT_NEAR(x, 2.005f, 1e-5f);
-  shortIn.keyframe(1)->getTanIn(x, y);
-  EXPECT_NEAR(x, 0.005f, 1e-5f);
-}
-
-TEST(AdjustTangent, ARefusedDragChangesAndRecordsNothing) {
-  TparamCurve c = weightedMiddle();
-  c.setTangentsLocked(1, true);
-  const TcurveSnapshot before(c);
-  TparamCurveDeltaUser action;
-  action.beginParamCurveMod(c);
-  const TpickKey out = pickOf(c, 1, TpickKey::kPickOutTangent);
-  // Shrunk to nothing.
-  EXPECT_FALSE(
-      c.adjustTangent(out, -1.0f, 0.0f, 3.0f, 0.0f, 3.0f, 0.0f, 1.0f, 1.0f, 1.0f, false, false));
-  // Nothing picked but the key; an angle lock on weights that are locked.
-  EXPECT_FALSE(c.adjustTangent(pickOf(c, 1, TpickKey::kPickKey), 0.1f, 0.0f, 3.0f, 0.0f, 3.0f, 0.0f,
-                               1.0f, 1.0f, 1.0f, false, false));
-  c.setWeightsLocked(1, true);
-  EXPECT_FALSE(
-      c.adjustTangent(out, 0.1f, 0.0f, 3.0f, 0.0f, 3.0f, 0.0f, 1.0f, 1.0f, 1.0f, false, true));
-  c.setWeightsLocked(1, false);
-  EXPECT_FALSE(
-      c.adjustTangent(out, NAN, 0.0f, 3.0f, 0.0f, 3.0f, 0.0f, 1.0f, 1.0f, 1.0f, false, false));
-  action.endParamCurveMod(c);
-  EXPECT_EQ(describeDifference(before, TcurveSnapshot(c)), "");
-}
-
-TEST(AdjustTangent, UndoAndRedoGiveBackBothSidesBitForBit) {
-  for (bool both : {false, true}) {
-    TparamCurve c = weightedMiddle();
-    c.setTangentsLocked(1, !both);
-    const TcurveSnapshot start(c);
-    TparamCurveDeltaUser action;
-    action.beginParamCurveMod(c);
-    const unsigned bits =
-        both ? TpickKey::kPickInTangent | TpickKey::kPickOutTangent : TpickKey::kPickOutTangent;
-    const TpickKey pick = pickOf(c, 1, bits);
-    for (int step = 1; step <= 3; ++step) {
-      ASSERT_TRUE(c.adjustTangent(pick, 0.1f * step, 0.4f * step, 3.0f, 0.0f, 3.0f, 0.0f, 1.0f,
-                                  2.0f, 1.0f, both, false));
-    }
-    const TcurveSnapshot end(c);
-    ASSERT_TRUE(action.endParamCurveMod(c));
-    for (int round = 0; round < 2; ++round) {
-      action.undoPC();
-      EXPECT_EQ(describeDifference(start, TcurveSnapshot(c)), "");
-      action.redoPC();
-      EXPECT_EQ(describeDifference(end, TcurveSnapshot(c)), "");
-    }
-  }
 }
 
 }  // namespace
