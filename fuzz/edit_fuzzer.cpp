@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -17,6 +18,7 @@
 
 #include "fuzz/edit_arguments.h"
 #include "fuzz/edit_sequence.h"
+#include "lumora/base/angle.h"
 #include "lumora/base/arena.h"
 #include "lumora/base/client_server.h"
 #include "lumora/base/server_msg.h"
@@ -506,6 +508,7 @@ enum Top : std::uint8_t {
   kOpQuery,
   kOpLocks,
   kOpAdjustTangent,
+  kOpTangentEdits,
   kOpCount
 };
 
@@ -1533,6 +1536,88 @@ void opAdjustTangent(Tstep& step) {
   editedOutsideRecording(c);
 }
 
+// The other tangent edits: the handle form with angles and weights
+// (sentinels included), the selection forms, switching sides, and tangent
+// deltas recorded after an unrecorded edit.
+void opTangentEdits(Tstep& step) {
+  Treader& in = step.in;
+  const unsigned c = step.c;
+  TparamCurve& curve = step.curve;
+  std::string text;
+  const TpickKeyDictionary picks = decodePicks(in, c, text);
+  const std::uint8_t what = in.u8();
+  const bool relative = in.flag(), flag = in.flag();
+  const auto angleOf = [&in]() {
+    const std::uint8_t kind = in.u8();
+    if (kind % 7 == 0) {
+      return Tangle(std::numeric_limits<double>::max(), TangleUnit::kDegrees, false);
+    }
+    return Tangle(static_cast<double>(decodeComponent(in)), TangleUnit::kRadians, false);
+  };
+  const auto weightOf = [&in]() {
+    return in.u8() % 7 == 0 ? std::numeric_limits<float>::max() : decodeComponent(in);
+  };
+  const Tangle a1 = angleOf(), a2 = angleOf();
+  const float w1 = weightOf(), w2 = weightOf();
+  const float f[5] = {decodeComponent(in), decodeComponent(in), decodeComponent(in),
+                      decodeComponent(in), decodeComponent(in)};
+  const std::vector<const Tkeyframe*> keys = sortedKeyObjects(curve);
+  switch (what % 6) {
+    case 0: {
+      const TpickKeyDictionaryNode* n = picks.first();
+      if (!n || !n->data().handle()) return;
+      logStep(format("curve %u: adjustTangent(handle [%s], %s side, relative=%s, %.9g rad, %.9g)",
+                     c, text.c_str(), flag ? "in" : "out", boolName(relative), a1.radians(),
+                     static_cast<double>(w1)));
+      (void)curve.adjustTangent(*n->data().handle(), flag, relative, a1, w1, f[0], f[1]);
+      break;
+    }
+    case 1:
+      logStep(format("curve %u: adjustTangents([%s], drag %.9g %.9g, scales %.9g %.9g %.9g)", c,
+                     text.c_str(), static_cast<double>(f[0]), static_cast<double>(f[1]),
+                     static_cast<double>(f[2]), static_cast<double>(f[3]),
+                     static_cast<double>(f[4])));
+      (void)curve.adjustTangents(picks, f[0], f[1], f[2], f[3], f[4], flag, relative);
+      break;
+    case 2:
+      logStep(
+          format("curve %u: adjustTangents([%s], relative=%s, in %.9g rad %.9g, out %.9g rad "
+                 "%.9g)",
+                 c, text.c_str(), boolName(relative), a1.radians(), static_cast<double>(w1),
+                 a2.radians(), static_cast<double>(w2)));
+      (void)curve.adjustTangents(picks, relative, a1, w1, a2, w2, f[0], f[1]);
+      break;
+    case 3:
+      logStep(format("curve %u: adjustTangents([%s], relative=%s, %.9g rad %.9g)", c, text.c_str(),
+                     boolName(relative), a1.radians(), static_cast<double>(w1)));
+      (void)curve.adjustTangents(picks, relative, a1, w1, f[0], f[1]);
+      break;
+    case 4:
+      logStep(format("curve %u: switchInOutTangents([%s])", c, text.c_str()));
+      (void)curve.switchInOutTangents(picks);
+      break;
+    default: {
+      // An edit made unrecorded, then recorded after the fact: the recording
+      // goes back to the tangents saved before it.
+      TfloatArray tangents;
+      Tint16Array types;
+      curve.getTangentsForDeltas(picks, tangents, types);
+      logStep(format("curve %u: unrecorded adjustTangents([%s]), then generateDeltasForTangents", c,
+                     text.c_str()));
+      if (recording(c)) {
+        // While recording the edit records itself, and the records made
+        // after the fact describe it a second time.
+        recordingInexact(c, "tangent deltas recorded after an edit the curve also recorded");
+      }
+      (void)curve.adjustTangents(picks, f[0], f[1], f[2], f[3], f[4], flag, false);
+      curve.generateDeltasForTangents(picks, tangents, types);
+      break;
+    }
+  }
+  expectSameKeyObjects(keys, c, "a tangent edit");
+  editedOutsideRecording(c);
+}
+
 // The read-only queries: the closest keys, the box, and a walk of a few
 // keys with getNextKey, whose times must move strictly in the walk's
 // direction and whose own keys must be the curve's.
@@ -1595,21 +1680,21 @@ void opQuery(Tstep& step) {
 
 // One function per operation byte value, in the order of Top.
 using TstepFunction = void (*)(Tstep&);
-constexpr TstepFunction kSteps[] = {opAdd,          opInsertTime,   opInsertKey,
-                                    opInsertOwned,  opBlockAdd,     opBlockAdd,
-                                    opBlockAdd,     opBlockTangent, opBlockTanType,
-                                    opRemove,       opRemoveAll,    opSetValue,
-                                    opSetTime,      opSetTanType,   opDragTangent,
-                                    opInfinity,     opWeighted,     opRotation,
-                                    opBlockAddMode, opNoUpdate,     opMarkDirty,
-                                    opEvaluate,     opMakeHandle,   opHandleCopyOrDrop,
-                                    opCurveCopy,    opDelay,        opSuspend,
-                                    opBegin,        opEnd,          opUndo,
-                                    opRedo,         opDropAction,   opGenerateDeltas,
-                                    opSiblings,     opSelect,       opMovePicks,
-                                    opDrag,         opMoveKeyframe, opBreakdown,
-                                    opMoveEdit,     opQuery,        opLocks,
-                                    opAdjustTangent};
+constexpr TstepFunction kSteps[] = {opAdd,           opInsertTime,   opInsertKey,
+                                    opInsertOwned,   opBlockAdd,     opBlockAdd,
+                                    opBlockAdd,      opBlockTangent, opBlockTanType,
+                                    opRemove,        opRemoveAll,    opSetValue,
+                                    opSetTime,       opSetTanType,   opDragTangent,
+                                    opInfinity,      opWeighted,     opRotation,
+                                    opBlockAddMode,  opNoUpdate,     opMarkDirty,
+                                    opEvaluate,      opMakeHandle,   opHandleCopyOrDrop,
+                                    opCurveCopy,     opDelay,        opSuspend,
+                                    opBegin,         opEnd,          opUndo,
+                                    opRedo,          opDropAction,   opGenerateDeltas,
+                                    opSiblings,      opSelect,       opMovePicks,
+                                    opDrag,          opMoveKeyframe, opBreakdown,
+                                    opMoveEdit,      opQuery,        opLocks,
+                                    opAdjustTangent, opTangentEdits};
 static_assert(std::size(kSteps) == kOpCount, "one function per operation");
 
 // Runs one step on curve `c`.

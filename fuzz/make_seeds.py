@@ -18,7 +18,7 @@ block_add_ptr block_tangent block_tan_type remove remove_all set_value set_time
 set_tan_type drag_tangent infinity weighted rotation block_add_mode no_update
 mark_dirty evaluate make_handle handle_copy_or_drop curve_copy delay suspend
 begin end undo redo drop_action generate_deltas siblings select move_picks drag
-move_keyframe breakdown move_edit query locks adjust_tangent""".split()
+move_keyframe breakdown move_edit query locks adjust_tangent tangent_edits""".split()
 OP = {name: i for i, name in enumerate(OPS)}
 
 
@@ -144,6 +144,10 @@ def args_for(op):
                            [1, 6, 1] + component(-3) + component(2) + component(16) +
                            component(0) + component(16) + component(0) + component(16) +
                            component(16) + component(16) + [1, 0]],
+        "tangent_edits": [[2, 6, 1, 6, 2, w, 0, 1, 1, 0, 1, 3] + component(2) + [1, 1] +
+                          component(1) + [1] + component(4) + [1] + component(2) +
+                          component(3) + component(2) + component(16) + component(16) +
+                          component(16) for w in range(6)],
         "locks": [[0, 1, 1], [3, 0, 2, 1, 1, 1, 2]],
         "query": [time(5) + value(2) + [0, 1, 7, 1], time(-30) + value(-8) + [1, 0, 6, 0]],
     }[op]
@@ -153,7 +157,8 @@ def args_for(op):
 # of curve) are worth a seed of their own.
 VARIED = {"add", "insert_time", "insert_key", "remove", "set_time", "set_tan_type",
           "drag_tangent", "infinity", "make_handle", "handle_copy_or_drop", "curve_copy",
-          "set_value", "no_update", "move_picks", "drag", "move_keyframe", "move_edit"}
+          "set_value", "no_update", "move_picks", "drag", "move_keyframe", "move_edit",
+          "tangent_edits"}
 
 
 def seeds():
