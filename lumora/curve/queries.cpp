@@ -364,14 +364,23 @@ struct Tcopies {
     return mapIntoRange(time.inSeconds(), tStart, tEnd, tEnd - tStart, afterEnd, type,
                         side == Tside::kPre);
   }
-  // The key of the range nearest a mapped time.
-  unsigned nearestTo(float local) const {
+  // The key of the range nearest a mapped time. Mostly that is `hint`, the
+  // key the offsets found, or where copies meet the range's other end: those
+  // are tried first, as a key nearer than both its neighbours is the
+  // nearest.
+  unsigned nearestTo(float local, unsigned hint) const {
     const double u = ticks ? static_cast<double>(curve->makeTimeValue(local).asAnimTime().inTicks())
                            : static_cast<double>(local);
+    const auto nearer = [&](unsigned a, unsigned b) {
+      return std::fabs(keyUnits(a) - u) <= std::fabs(keyUnits(b) - u);
+    };
+    for (const unsigned k : {hint, hint == 0 ? n - 1 : 0u}) {
+      if ((k == 0 || nearer(k, k - 1)) && (k == n - 1 || nearer(k, k + 1))) return k;
+    }
     const unsigned above = firstAfter(u, 0, n - 1);
     if (above == 0) return 0;
     if (above == n) return n - 1;
-    return keyUnits(above) - u < u - keyUnits(above - 1) ? above : above - 1;
+    return nearer(above, above - 1) ? above : above - 1;
   }
 
   // Side `which` of `copy` as `from` shows it.
@@ -390,7 +399,7 @@ struct Tcopies {
   // when `seam`).
   Tkeyframe* produce(const TtimeValue& time, std::uint64_t j, unsigned i, bool seam) const {
     const Tmapped m = evaluationAt(time);
-    const unsigned shown = nearestTo(m.local);
+    const unsigned shown = nearestTo(m.local, i);
     const bool flipped = type == TparamCurve::kOscillate && isOdd(m.cycles);
     TsideSource in{shown, flipped};
     TsideSource out{shown, flipped};
