@@ -335,7 +335,9 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// spans between two selected keys: "frame selected" in a graph editor;
   /// no selected key leaves the outputs as they were. Quaternion rotation
   /// curves take the same path until rotation interpolation brings their
-  /// own.
+  /// own. One exception to holding the curve: a non-weighted tangent stored
+  /// with x = 0 (a key's own setters can store one) is boxed by its y,
+  /// while evaluation takes the upward vertical slope there.
   void boundingBox(float& minTime, double& minValue, float& maxTime, double& maxValue,
                    bool selectedOnly) const;
   /// The box of the span from key `index` to the next: the two keys' times
@@ -358,11 +360,17 @@ class LUMORA_API TparamCurve : public TdeltaUser, public TclientServer {
   /// copy of the keyed-range key it repeats with the repeated time, the
   /// value shifted by whole rises on a cycling-relative side, and in the
   /// mirrored copies of an oscillation its tangents mirrored (in and out
-  /// swapped, slopes negated). Where two copies meet, the key is the one
-  /// evaluation takes there, so walking forward from before the first key
-  /// visits each time once, in order, with the curve's value at each. Null
-  /// past the last key a constant or linear side produces, for a NaN time,
-  /// and for a curve without keys; a one-key curve has no copies.
+  /// swapped, slopes negated) and the linear-span mark of the span it
+  /// mirrors. Where two copies meet, the key is the one evaluation takes
+  /// there (float arithmetic decides which copy it reads, and the key
+  /// follows), with its in side from the copy before and its out side from
+  /// the copy after; so walking forward from before the first key visits
+  /// each time once, in order, with the curve's value at each and its slope
+  /// on either side. Far from zero, where float seconds cannot tell copied
+  /// keys apart, the key is the first whose time rounds beyond `t`. Null
+  /// past the last key a constant or linear side produces, beyond about
+  /// 4e18 periods or the curve's time range, for a NaN time, and for a
+  /// curve without keys; a one-key curve has no copies.
   Tkeyframe* getNextKey(const TtimeValue& t, bool forward, bool& allocated) const;
 
   // --- Infinities -------------------------------------------------------------------------

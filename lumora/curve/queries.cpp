@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstdint>
 
+#include "lumora/base/float_math.h"
 #include "lumora/curve/eval_cursor.h"
+#include "lumora/curve/internal/infinity_map.h"
 #include "lumora/curve/param_curve.h"
 #include "lumora/keys/keyframe.h"
 #include "lumora/keys/keyframe_handle.h"
@@ -230,17 +232,36 @@ bool TparamCurve::minMaxValueAndTime(unsigned index, float& minTime, double& min
 // --- The keys of the repeated copies ---------------------------------------------------------
 //
 // Outside the keyed range [start, end] a looping side repeats the range in
-// copies of length R = end - start, counted from 1 outward. Within copy j a
-// key sits at the distance s in [0, R) from where the copy begins (end for
-// the side after the keys, start for the side before), and the copy maps s
-// to a time of the range either as start + s or as end - s, as evaluation
-// of the infinity does: that decides which keys a copy shows (the one at
-// s = R belongs to the next copy) and in which order. Copy 1's key at s = 0
-// is the end key of the range itself.
+// copies of length R = end - start. A time there is placed by its offset
+// outward from the range's end on that side (after `end` for the side after
+// the keys, before `start` for the side before): copy j, counted from 1,
+// holds the offsets [(j - 1) R, j R), and a key of it sits at the distance
+// s in [0, R) from where the copy begins. The copy maps s to a time of the
+// range either as start + s or as end - s, as evaluation of the infinity
+// does: that decides which keys a copy holds (the one at s = R belongs to
+// the next copy) and in which order. Copy 1's key at s = 0 is the end key
+// of the range itself.
+//
+// Which time comes next is settled exactly, in offsets. What the key there
+// shows is settled by where evaluation maps that (rounded) time: where two
+// copies meet, float arithmetic decides which copy evaluation reads, and the
+// key must carry the value the curve has at its time.
 
 namespace {
 
+using internal::isOdd;
+using internal::mapIntoRange;
+using internal::Tmapped;
+
 enum class Tside { kPost, kPre };
+
+// What one side of a produced key repeats: a key of the range, and whether
+// its copy runs backwards in time (the side then shows the key's other side,
+// mirrored).
+struct TsideSource {
+  unsigned index;
+  bool mirrored;
+};
 
 struct Tcopies {
   const TparamCurve* curve;
@@ -263,9 +284,15 @@ struct Tcopies {
     if (side == Tside::kPost) return type == TparamCurve::kOscillate ? !odd : true;
     return type == TparamCurve::kOscillate ? odd : false;
   }
+  // Whether copy j runs backwards in time: the odd copies of an oscillation.
+  bool mirrored(std::uint64_t j) const { return type == TparamCurve::kOscillate && (j % 2) == 1; }
   // The s of key i in a copy of that direction.
   double distanceOf(unsigned i, bool up) const {
     return up ? keyUnits(i) - start : end - keyUnits(i);
+  }
+  double offsetOf(double units) const { return side == Tside::kPost ? units - end : start - units; }
+  double unitsAt(double offset) const {
+    return side == Tside::kPost ? end + offset : start - offset;
   }
   // The first key in [lo, hi] later than u, or hi + 1.
   unsigned firstAfter(double u, unsigned lo, unsigned hi) const {
@@ -284,11 +311,26 @@ struct Tcopies {
   unsigned lastBefore(double u, unsigned lo, unsigned hi) const {
     return firstAfter(std::nextafter(u, -HUGE_VAL), lo, hi) - 1;
   }
+
+  // The copy j and distance s into it of an offset; false beyond counting
+  // copies.
+  bool locate(double offset, std::uint64_t& j, double& s) const {
+    offset = std::max(offset, 0.0);
+    const double whole = std::floor(offset / range);
+    if (!(whole < 4e18)) return false;
+    j = static_cast<std::uint64_t>(whole) + 1;
+    s = std::max(offset - whole * range, 0.0);
+    if (s >= range) {
+      ++j;
+      s = 0.0;
+    }
+    return true;
+  }
   // The key of copy j with the least s above `s` (outward) or the greatest
   // below it (inward); false when the copy has none.
   bool nextIn(std::uint64_t j, double s, bool outward, unsigned& i) const {
     const bool up = fromStart(j);
-    // Keys a copy shows: s in [0, R).
+    // Keys a copy holds: s in [0, R).
     const unsigned lo = up ? 0 : 1;
     const unsigned hi = up ? n - 2 : n - 1;
     if (up) {
@@ -298,7 +340,121 @@ struct Tcopies {
     }
     return i >= lo && i <= hi;
   }
+  // The next key from s in copy j, outward or inward, as (j, i); false when
+  // walking inward leaves copy 1 for the range itself.
+  bool step(std::uint64_t& j, double s, bool outward, unsigned& i) const {
+    if (nextIn(j, s, outward, i)) return true;
+    if (outward) {
+      ++j;
+      i = fromStart(j) ? 0 : n - 1;
+      return true;
+    }
+    if (j == 1) return false;
+    --j;
+    i = fromStart(j) ? n - 2 : 1;
+    return true;
+  }
+
+  // Where evaluation maps `time` into the range, as the infinity evaluation
+  // computes it, and how many periods away.
+  Tmapped evaluationAt(const TtimeValue& time) const {
+    const float tStart = curve->seconds(0u);
+    const float tEnd = curve->seconds(n - 1);
+    const bool afterEnd = !(time <= curve->timeValue(n - 1));
+    return mapIntoRange(time.inSeconds(), tStart, tEnd, tEnd - tStart, afterEnd, type,
+                        side == Tside::kPre);
+  }
+  // The key of the range nearest a mapped time. Mostly that is `hint`, the
+  // key the offsets found, or where copies meet the range's other end: those
+  // are tried first, as a key nearer than both its neighbours is the
+  // nearest.
+  unsigned nearestTo(float local, unsigned hint) const {
+    const double u = ticks ? static_cast<double>(curve->makeTimeValue(local).asAnimTime().inTicks())
+                           : static_cast<double>(local);
+    const auto nearer = [&](unsigned a, unsigned b) {
+      return std::fabs(keyUnits(a) - u) <= std::fabs(keyUnits(b) - u);
+    };
+    for (const unsigned k : {hint, hint == 0 ? n - 1 : 0u}) {
+      if ((k == 0 || nearer(k, k - 1)) && (k == n - 1 || nearer(k, k + 1))) return k;
+    }
+    const unsigned above = firstAfter(u, 0, n - 1);
+    if (above == 0) return 0;
+    if (above == n) return n - 1;
+    return nearer(above, above - 1) ? above : above - 1;
+  }
+
+  // Side `which` of `copy` as `from` shows it.
+  void copySide(Tkeyframe& copy, TpickKey::TpickBits which, TsideSource from) const {
+    const Tkeyframe* key = curve->keyframe(from.index);
+    const TpickKey::TpickBits other =
+        which == Tkeyframe::kInSide ? Tkeyframe::kOutSide : Tkeyframe::kInSide;
+    const TpickKey::TpickBits shown = from.mirrored ? other : which;
+    float x = 0.0f, y = 0.0f;
+    key->getTangent(shown, x, y);
+    copy.setTangentType(which, key->tangentType(shown));
+    copy.setTangent(which, x, from.mirrored ? -y : y);
+  }
+
+  // The new key at `time`, found as key i of copy j (at s = 0 of copy j
+  // when `seam`).
+  Tkeyframe* produce(const TtimeValue& time, std::uint64_t j, unsigned i, bool seam) const {
+    const Tmapped m = evaluationAt(time);
+    const unsigned shown = nearestTo(m.local, i);
+    const bool flipped = type == TparamCurve::kOscillate && isOdd(m.cycles);
+    TsideSource in{shown, flipped};
+    TsideSource out{shown, flipped};
+    if (seam) {
+      // Where two copies meet, each side of the key belongs to the copy on
+      // that side: the key at s = R of copy j - 1, and key i of copy j.
+      const TsideSource inner{fromStart(j - 1) ? n - 1 : 0u, mirrored(j - 1)};
+      const TsideSource outer{i, mirrored(j)};
+      in = side == Tside::kPost ? inner : outer;
+      out = side == Tside::kPost ? outer : inner;
+    }
+    const Tkeyframe* source = curve->keyframe(shown);
+    double value = source->value();
+    const double rise = curve->keyframe(n - 1)->value() - curve->keyframe(0u)->value();
+    if (type == TparamCurve::kCycleRelative && rise != 0.0) {
+      // As evaluation adds it, so the key's value is the curve's bit for bit.
+      const double shift = unfused(rise * m.cycles);
+      value = side == Tside::kPre ? value - shift : value + shift;
+    }
+    auto* copy = new Tkeyframe(*source);
+    copy->setTimeAndValue(time, value, source->quaternionW());
+    copySide(*copy, Tkeyframe::kInSide, in);
+    copySide(*copy, Tkeyframe::kOutSide, out);
+    // The span that follows the key in time: in a backward copy it is the
+    // span that ends at the out side's key.
+    const bool linear = out.mirrored
+                            ? out.index > 0 && curve->keyframe(out.index - 1)->interpMethod() ==
+                                                   Tkeyframe::kSpanLinear
+                            : curve->keyframe(out.index)->interpMethod() == Tkeyframe::kSpanLinear;
+    copy->setInterpMethod(linear ? Tkeyframe::kSpanLinear : Tkeyframe::kSpanCurve);
+    return copy;
+  }
 };
+
+// The time of `offset` as the curve stores times; false when the curve's
+// times cannot hold it.
+bool curveTime(const Tcopies& c, double offset, TtimeValue& time) {
+  const double units = c.unitsAt(offset);
+  if (c.ticks) {
+    if (units < -2147483648.0 || units > 2147483647.0) return false;
+    time = TtimeValue(TanimTime(static_cast<std::int32_t>(units)));
+    return true;
+  }
+  if (!(std::fabs(units) <= FLT_MAX)) return false;
+  time = TtimeValue(static_cast<float>(units));
+  return true;
+}
+
+// Halfway from float seconds u to the next float in the walk's direction:
+// a time beyond it rounds past u.
+double roundingEdge(double u, bool forward) {
+  const float from = static_cast<float>(u);
+  const float next = std::nextafter(from, forward ? HUGE_VALF : -HUGE_VALF);
+  return 0.5 * (static_cast<double>(from) + static_cast<double>(next));
+}
 
 }  // namespace
 
@@ -323,76 +479,33 @@ Tkeyframe* TparamCurve::getNextKey(const TtimeValue& t, bool forward, bool& allo
   c.type = c.side == Tside::kPost ? fPostInfinity : fPreInfinity;
   const bool outward = c.side == Tside::kPost ? forward : !forward;
   const bool loops = c.type == kCycle || c.type == kCycleRelative || c.type == kOscillate;
+  const unsigned rangeEnd = c.side == Tside::kPost ? n - 1 : 0u;
   if (!(c.range > 0.0) || !loops) {
     // No copies: inward comes the end key of the range itself.
-    if (outward) return nullptr;
-    return keyframe(c.side == Tside::kPost ? n - 1 : 0u);
+    return outward ? nullptr : keyframe(rangeEnd);
   }
 
-  // Where `u` lies: copy j, distance s into it.
-  const double d = c.side == Tside::kPost ? u - c.end : c.start - u;
-  double whole = std::floor(d / c.range);
-  if (!(whole < 4e18)) return nullptr;  // beyond counting copies
-  auto j = static_cast<std::uint64_t>(whole) + 1;
-  double s = d - whole * c.range;
-  if (s < 0.0) s = 0.0;
-  if (s >= c.range) {
-    ++j;
-    s = 0.0;
-  }
+  double from = c.offsetOf(u);
   for (int attempt = 0; attempt < 4; ++attempt) {
+    std::uint64_t j = 0;
+    double s = 0.0;
     unsigned i = 0;
-    if (!c.nextIn(j, s, outward, i)) {
-      if (outward) {
-        ++j;
-        i = c.fromStart(j) ? 0 : n - 1;
-      } else if (j == 1) {
-        // Back at the range: its end key.
-        return keyframe(c.side == Tside::kPost ? n - 1 : 0u);
-      } else {
-        --j;
-        i = c.fromStart(j) ? n - 2 : 1;
-      }
-    }
+    if (!c.locate(from, j, s)) return nullptr;
+    if (!c.step(j, s, outward, i)) return keyframe(rangeEnd);
     const double si = c.distanceOf(i, c.fromStart(j));
-    if (j == 1 && si == 0.0) return keyframe(c.side == Tside::kPost ? n - 1 : 0u);
+    if (j == 1 && si == 0.0) return keyframe(rangeEnd);
     const double offset = static_cast<double>(j - 1) * c.range + si;
-    const double units = c.side == Tside::kPost ? c.end + offset : c.start - offset;
     TtimeValue time;
-    if (ticks) {
-      if (units < -2147483648.0 || units > 2147483647.0) return nullptr;
-      time = TtimeValue(TanimTime(static_cast<std::int32_t>(units)));
-    } else {
-      if (!(std::fabs(units) <= FLT_MAX)) return nullptr;
-      time = TtimeValue(static_cast<float>(units));
-    }
-    // Far from zero float seconds may round a copy's key onto `t` or past
-    // it: the search goes on from there.
+    if (!curveTime(c, offset, time)) return nullptr;
     const double got = ticks ? static_cast<double>(time.asAnimTime().inTicks()) : time.asFloat();
-    if (forward ? got <= u : got >= u) {
-      s = si;
-      continue;
+    if (forward ? got > u : got < u) {
+      allocated = true;
+      return c.produce(time, j, i, /*seam=*/si == 0.0);
     }
-    const Tkeyframe* source = keyframe(i);
-    auto* copy = new Tkeyframe(*source);
-    double value = source->value();
-    if (c.type == kCycleRelative) {
-      const double rise = keyframe(n - 1)->value() - keyframe(0u)->value();
-      value += (c.side == Tside::kPost ? rise : -rise) * static_cast<double>(j);
-    }
-    copy->setTimeAndValue(time, value, source->quaternionW());
-    const bool mirrored = c.side == Tside::kPost ? !c.fromStart(j) : c.fromStart(j);
-    if (mirrored) {
-      float inX = 0.0f, inY = 0.0f, outX = 0.0f, outY = 0.0f;
-      source->getTanIn(inX, inY);
-      source->getTanOut(outX, outY);
-      copy->setTangentType(Tkeyframe::kInSide, source->tanOutType());
-      copy->setTangentType(Tkeyframe::kOutSide, source->tanInType());
-      copy->setTangent(Tkeyframe::kInSide, outX, -outY);
-      copy->setTangent(Tkeyframe::kOutSide, inX, -inY);
-    }
-    allocated = true;
-    return copy;
+    // Far from zero, float seconds round this key (and maybe many after it)
+    // onto `t` or past it: search again from where times first round beyond
+    // `t`, then, should double rounding still land there, key by key.
+    from = attempt == 0 ? c.offsetOf(roundingEdge(u, forward)) : offset;
   }
   return nullptr;
 }

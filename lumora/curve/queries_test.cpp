@@ -142,6 +142,15 @@ TEST(BoundingBox, SmallCurvesSpansAndSelections) {
   EXPECT_EQ(std::tuple(minTime, minValue, maxTime, maxValue), std::tuple(0.0f, 0.0, 1.0f, 2.0));
   EXPECT_FALSE(arch.minMaxValueAndTime(1u, minTime, minValue, maxTime, maxValue));
 
+  // A non-weighted tangent stored with x = 0 is boxed by its y alone.
+  TparamCurve steep(/*isFloat=*/true);
+  Tkeyframe down(0.0f, 0.0, kTangentFixed, kTangentFixed);
+  down.setTangent(Tkeyframe::kOutSide, 0.0f, -1.5f);
+  steep.add(down);
+  steep.add(Tkeyframe(3.0f, 0.0, kTangentFixed, kTangentFixed));
+  steep.boundingBox(minTime, minValue, maxTime, maxValue, false);
+  EXPECT_EQ(std::pair(minValue, maxValue), std::pair(-1.5, 0.0));
+
   // The per-span form sets or widens; a span that does not exist changes
   // nothing.
   minTime = -1.0f;
@@ -199,11 +208,69 @@ std::vector<Tvisited> walk(const TparamCurve& c, float from, float to, bool forw
   return out;
 }
 
-// Keys at 0, 0.5, 1.25 and 2 s (ticks or seconds) of distinct values and
-// slopes, so that every copy shows which key it repeats and how.
-TparamCurve loopingCurve(bool isFloat) {
+// The curve's slope between two times (as floats), for comparing with the
+// tangents of the copies' keys on either side of them.
+double slopeBetween(const TparamCurve& c, TevalCursor& cursor, double a, double b) {
+  const auto fa = static_cast<float>(a);
+  const auto fb = static_cast<float>(b);
+  return (c.evaluate(fb, cursor) - c.evaluate(fa, cursor)) / (static_cast<double>(fb) - fa);
+}
+
+// A walk forward visits exactly the keys evaluation passes through: times
+// strictly rise, each key has the curve's value at its time, each copied
+// key's tangents the curve's slope on either side of it, and the walk back
+// from the last key visits the same keys in reverse. `valueSlack` is what
+// rounding a copy's time to float may cost.
+void expectWalkFollowsEvaluation(const TparamCurve& c, float from, float to, std::size_t keys,
+                                 double valueSlack) {
+  const std::vector<Tvisited> up = walk(c, from, to, true);
+  ASSERT_EQ(up.size(), keys);
+  TevalCursor cursor;
+  for (std::size_t k = 0; k < up.size(); ++k) {
+    const Tvisited& key = up[k];
+    if (k > 0) {
+      EXPECT_LT(up[k - 1].time, key.time);
+    }
+    const double v = c.evaluate(c.makeTimeValue(static_cast<float>(key.time)), cursor);
+    EXPECT_NEAR(key.value, v, valueSlack) << "at " << key.time;
+    const float first = c.seconds(0u);
+    const float last = c.seconds(c.keyframeCount() - 1);
+    EXPECT_EQ(key.allocated, key.time < first || key.time > last) << "at " << key.time;
+    // Slopes on float curves only: beyond the keys a tick curve maps times
+    // to whole ticks, too coarse to measure slopes this close.
+    if (!key.allocated || c.isAnimTime()) continue;
+    // One-sided slopes a little away from the key, so that a jump where
+    // two copies meet does not count, and beyond the 1e-5 s within which
+    // evaluation may answer with the key's own value.
+    const double h = 2e-5;
+    const double before = slopeBetween(c, cursor, key.time - 3 * h, key.time - 2 * h);
+    const double after = slopeBetween(c, cursor, key.time + 2 * h, key.time + 3 * h);
+    EXPECT_NEAR(key.inSlope, before, 0.02 * (1.0 + std::fabs(before))) << "at " << key.time;
+    EXPECT_NEAR(key.outSlope, after, 0.02 * (1.0 + std::fabs(after))) << "at " << key.time;
+  }
+  const std::vector<Tvisited> down =
+      walk(c, static_cast<float>(up.back().time), static_cast<float>(up.front().time), false);
+  ASSERT_EQ(down.size() + 1, up.size());
+  for (std::size_t k = 0; k < down.size(); ++k) {
+    EXPECT_EQ(down[down.size() - 1 - k].time, up[k].time);
+    EXPECT_EQ(down[down.size() - 1 - k].value, up[k].value);
+  }
+}
+
+using Tinf = TparamCurve::TinfinityType;
+constexpr Tinf kEveryInfinity[] = {TparamCurve::kCycle, TparamCurve::kCycleRelative,
+                                   TparamCurve::kOscillate, TparamCurve::kConstant,
+                                   TparamCurve::kLinear};
+
+bool loops(Tinf type) {
+  return type != TparamCurve::kConstant && type != TparamCurve::kLinear;
+}
+
+// Keys of distinct values and slopes, so that every copy shows which key it
+// repeats and how; the first and last values differ, so cycled copies jump
+// where they meet.
+TparamCurve keysAt(bool isFloat, std::initializer_list<std::pair<float, double>> keys) {
   TparamCurve c(isFloat);
-  const std::pair<float, double> keys[] = {{0.0f, 0.0}, {0.5f, 3.0}, {1.25f, -1.0}, {2.0f, 2.0}};
   for (const auto& [t, v] : keys) {
     c.add(Tkeyframe(c.makeTimeValue(t), v, kTangentSpline, kTangentSpline));
   }
@@ -211,50 +278,95 @@ TparamCurve loopingCurve(bool isFloat) {
 }
 
 TEST(GetNextKey, WalksTheKeysEvaluationPassesThroughOnEverySide) {
-  using Tinf = TparamCurve::TinfinityType;
+  // Keys at 0, 0.5, 1.25 and 2 s: copies three keys a period (the range's
+  // ends meet), all their times exact in floats and ticks. From -7.3 s to
+  // 9.1 s a looping side before the keys adds 10 keys, one after them 11.
   for (bool isFloat : {true, false}) {
-    for (Tinf type : {TparamCurve::kCycle, TparamCurve::kCycleRelative, TparamCurve::kOscillate,
-                      TparamCurve::kConstant, TparamCurve::kLinear}) {
+    for (Tinf pre : kEveryInfinity) {
+      for (Tinf post : kEveryInfinity) {
+        SCOPED_TRACE(testing::Message()
+                     << "float " << isFloat << " pre " << pre << " post " << post);
+        TparamCurve c = keysAt(isFloat, {{0.0f, 0.0}, {0.5f, 3.0}, {1.25f, -1.0}, {2.0f, 2.0}});
+        c.setPreInfinityType(pre);
+        c.setPostInfinityType(post);
+        const std::size_t keys = 4 + (loops(pre) ? 10 : 0) + (loops(post) ? 11 : 0);
+        expectWalkFollowsEvaluation(c, -7.3f, 9.1f, keys, /*valueSlack=*/0.0);
+      }
+    }
+  }
+}
+
+TEST(GetNextKey, WhereCopiesMeetTheKeyIsTheOneEvaluationTakes) {
+  // Key times that floats do not hold exactly: where cycled copies meet,
+  // the float arithmetic of evaluation picks the side, and the key (with
+  // its value, and its whole rises on a cycling-relative side) follows it.
+  // Four keys a period from -9 s to 12 s: 4 copies before, 5 after.
+  for (bool isFloat : {true, false}) {
+    for (Tinf type : {TparamCurve::kCycle, TparamCurve::kCycleRelative, TparamCurve::kOscillate}) {
       SCOPED_TRACE(testing::Message() << "float " << isFloat << " type " << type);
-      TparamCurve c = loopingCurve(isFloat);
+      TparamCurve c =
+          keysAt(isFloat, {{0.1f, 0.0}, {0.37f, 3.0}, {1.3f, -1.0}, {1.7f, 2.5}, {2.2f, 2.0}});
       c.setPreInfinityType(type);
       c.setPostInfinityType(type);
-      const bool loops = type != TparamCurve::kConstant && type != TparamCurve::kLinear;
-      const std::vector<Tvisited> up = walk(c, -7.3f, 9.1f, true);
-      // Three keys a period (the range's ends meet), or only the four keys.
-      ASSERT_EQ(up.size(), loops ? 25u : 4u);
-      TevalCursor cursor;
-      for (std::size_t k = 0; k < up.size(); ++k) {
-        if (k > 0) {
-          EXPECT_LT(up[k - 1].time, up[k].time);
+      // A copy's time may round off its key's by a float step; the slopes
+      // here stay below 20.
+      expectWalkFollowsEvaluation(c, -9.0f, 12.0f, 5 + 4 * 4 + 4 * 5, /*valueSlack=*/1e-5);
+    }
+  }
+}
+
+TEST(GetNextKey, MirroredCopiesShowTheSpanTheyRepeat) {
+  // Keys at 0, 1, 2 and 3 s; the span from 0 s to 1 s is linear.
+  // Oscillating after the keys, the first copy runs backwards: its keys at
+  // 4 s and 5 s repeat the keys at 2 s and 1 s, and the span after the one
+  // at 5 s is the mirror of the linear span. The next copy runs forwards
+  // from the key at 0 s again, at 6 s.
+  TparamCurve c(/*isFloat=*/true);
+  c.add(Tkeyframe(0.0f, 0.0, kTangentSpline, kTangentLinear));
+  c.add(Tkeyframe(1.0f, 1.0, kTangentLinear, kTangentSpline));
+  c.add(Tkeyframe(2.0f, 4.0, kTangentSpline, kTangentSpline));
+  c.add(Tkeyframe(3.0f, 0.0, kTangentSpline, kTangentSpline));
+  ASSERT_EQ(c.keyframe(0u)->interpMethod(), Tkeyframe::kSpanLinear);
+  c.setPostInfinityType(TparamCurve::kOscillate);
+  const auto next = [&](float t) {
+    bool allocated = false;
+    const std::unique_ptr<Tkeyframe> key(c.getNextKey(TtimeValue(t), true, allocated));
+    EXPECT_TRUE(allocated);
+    return key ? std::pair(key->timeAsFloat(), key->interpMethod())
+               : std::pair(0.0f, Tkeyframe::kSpanStep);
+  };
+  EXPECT_EQ(next(3.0f), std::pair(4.0f, Tkeyframe::kSpanCurve));
+  EXPECT_EQ(next(4.0f), std::pair(5.0f, Tkeyframe::kSpanLinear));
+  EXPECT_EQ(next(5.0f), std::pair(6.0f, Tkeyframe::kSpanLinear));
+  EXPECT_EQ(next(6.0f), std::pair(7.0f, Tkeyframe::kSpanCurve));
+  EXPECT_EQ(next(8.0f), std::pair(9.0f, Tkeyframe::kSpanCurve));  // into a backward copy
+  EXPECT_EQ(next(10.0f), std::pair(11.0f, Tkeyframe::kSpanLinear));
+}
+
+TEST(GetNextKey, FarFromZeroFloatTimesStillMove) {
+  // At 3e7 s floats are 2 s apart, a whole period of this 24-per-second
+  // curve: many copied keys round to one time. The walk still gives a later
+  // time at every step, in both directions.
+  TparamCurve c(/*isFloat=*/true);
+  for (int i = 0; i <= 48; ++i) {
+    c.add(Tkeyframe(static_cast<float>(i) / 24.0f, std::sin(i * 0.3), kTangentSpline,
+                    kTangentSpline));
+  }
+  c.setPostInfinityType(TparamCurve::kCycle);
+  for (float from : {2e6f, 3e7f}) {
+    for (bool forward : {true, false}) {
+      TtimeValue t(from);
+      for (int step = 0; step < 50; ++step) {
+        bool allocated = false;
+        const std::unique_ptr<Tkeyframe> key(c.getNextKey(t, forward, allocated));
+        ASSERT_NE(key, nullptr) << "from " << t.asFloat() << " step " << step;
+        ASSERT_TRUE(allocated);
+        if (forward) {
+          ASSERT_GT(key->timeAsFloat(), t.asFloat());
+        } else {
+          ASSERT_LT(key->timeAsFloat(), t.asFloat());
         }
-        const double v = c.evaluate(c.makeTimeValue(static_cast<float>(up[k].time)), cursor);
-        EXPECT_NEAR(up[k].value, v, 1e-9) << "at " << up[k].time;
-        const bool inside = up[k].time >= 0.0 && up[k].time <= 2.0;
-        EXPECT_EQ(up[k].allocated, !inside);
-        // The slope on either side of a copied key is the curve's own, but
-        // where two copies meet only on the side of the key's own copy.
-        if (up[k].allocated && up[k].time > -6.0 && up[k].time < 8.0) {
-          const auto at = static_cast<float>(up[k].time);
-          const double h = 1e-3;
-          const double before = (v - c.evaluate(at - static_cast<float>(h), cursor)) / h;
-          const double after = (c.evaluate(at + static_cast<float>(h), cursor) - v) / h;
-          const bool seam = std::fmod(up[k].time, 2.0) == 0.0;
-          if (!seam || up[k].time < 0.0) {
-            EXPECT_NEAR(up[k].inSlope, before, 0.05 * (1.0 + std::fabs(before))) << up[k].time;
-          }
-          if (!seam || up[k].time > 0.0) {
-            EXPECT_NEAR(up[k].outSlope, after, 0.05 * (1.0 + std::fabs(after))) << up[k].time;
-          }
-        }
-      }
-      // Walking back from the last key gives the others in reverse.
-      const std::vector<Tvisited> down =
-          walk(c, static_cast<float>(up.back().time), static_cast<float>(up.front().time), false);
-      ASSERT_EQ(down.size() + 1, up.size());
-      for (std::size_t k = 0; k < down.size(); ++k) {
-        EXPECT_EQ(down[down.size() - 1 - k].time, up[k].time);
-        EXPECT_EQ(down[down.size() - 1 - k].value, up[k].value);
+        t = TtimeValue(key->timeAsFloat());
       }
     }
   }
@@ -272,7 +384,7 @@ TEST(GetNextKey, EndsAndBadInput) {
   EXPECT_EQ(one.getNextKey(TtimeValue(std::nanf("")), true, allocated), nullptr);
   EXPECT_EQ(one.getNextKey(TtimeValue(), false, allocated), nullptr);
   // On a key, the next and the previous are its neighbours.
-  const TparamCurve c = loopingCurve(true);
+  const TparamCurve c = keysAt(true, {{0.0f, 0.0}, {0.5f, 3.0}, {1.25f, -1.0}, {2.0f, 2.0}});
   EXPECT_EQ(c.getNextKey(TtimeValue(0.5f), true, allocated), c.keyframe(2u));
   EXPECT_EQ(c.getNextKey(TtimeValue(0.5f), false, allocated), c.keyframe(0u));
   EXPECT_EQ(c.getNextKey(TtimeValue(2.0f), true, allocated), nullptr);
